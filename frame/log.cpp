@@ -1,0 +1,92 @@
+#include "log.h"
+
+#include <cstdarg>
+#include <cstdio>
+
+#include "bounded_text.h"
+#include "lifecycle.h"
+#include "log_format.h"
+
+DXSOCKS_LOG_CALLBACK g_pfnLogCallback = nullptr;
+void* g_logContext = nullptr;
+DXSOCKS_LOG_CALLBACK_EX g_pfnLogCallbackEx = nullptr;
+
+namespace {
+
+constexpr size_t kTextSize = 1024;    // the formatted text
+constexpr size_t kJoinedSize = 1040;  // prefix and text
+constexpr size_t kLineCount = 255;    // delivered line: 254 characters and the terminator
+constexpr size_t kReportFormatSize = 256;
+
+void LogWithPrefix(const char* prefix, const char* format, va_list arguments) {
+    char text[kTextSize] = {};
+    wvsprintfA(text, format, arguments);  // never writes more than 1024 bytes
+    char joined[kJoinedSize];
+    BoundedWriter writer(joined, sizeof joined);
+    writer.Put(prefix);
+    writer.Put(text);
+    LogMessage(0, joined);
+}
+
+}  // namespace
+
+void LogMessage(int, const char* format) {
+    char line[kLineCount + 1];
+    size_t length = FormatWithoutArguments(format, line, kLineCount);
+    if (g_pfnLogCallback != nullptr) {
+        line[length] = '\n';
+        line[length + 1] = '\0';
+        g_pfnLogCallback(DXSOCKS_LOG_LINE_VALUE, line);
+    } else if (g_pfnLogCallbackEx != nullptr) {
+        g_pfnLogCallbackEx(g_logContext, line);
+    }
+}
+
+void ReportMessage(int, unsigned id, ...) {
+    // Looking up a missing string sets the last error, which the surrounding call may be about to report.
+    int saved = WSAGetLastError();
+    char format[kReportFormatSize];
+    if (LoadStringA(g_hModule, id, format, sizeof format) > 0) {
+        char text[kLineCount];
+        va_list arguments;
+        va_start(arguments, id);
+        std::vsnprintf(text, sizeof text, format, arguments);
+        va_end(arguments);
+        LogMessage(0, text);
+    }
+    WSASetLastError(saved);
+}
+
+extern "C" {
+
+void __cdecl SOCKS_LogString(const char* format, ...) {
+    int saved = WSAGetLastError();
+    va_list arguments;
+    va_start(arguments, format);
+    LogWithPrefix("DXSOCKS: ", format, arguments);
+    va_end(arguments);
+    WSASetLastError(saved);
+}
+
+// Unlike the SOCKS twin, this keeps no promise about the WinSock error.
+void __cdecl HTTP_LogString(const char* format, ...) {
+    va_list arguments;
+    va_start(arguments, format);
+    LogWithPrefix("DXHTTP: ", format, arguments);
+    va_end(arguments);
+}
+
+void SOCKS_SetLoggingCallback(DXSOCKS_LOG_CALLBACK callback) { g_pfnLogCallback = callback; }
+void HTTP_SetLoggingCallback(DXSOCKS_LOG_CALLBACK callback) { g_pfnLogCallback = callback; }
+
+void SOCKS_SetLoggingCallbackEx(void* context, DXSOCKS_LOG_CALLBACK_EX callback) {
+    g_logContext = context;
+    g_pfnLogCallbackEx = callback;
+}
+
+void HTTP_SetLoggingCallbackEx(void* context, DXSOCKS_LOG_CALLBACK_EX callback) {
+    g_logContext = context;
+    g_pfnLogCallbackEx = callback;
+}
+
+}  // extern "C"

@@ -1,0 +1,60 @@
+/*
+ * Types and result codes shared by the SOCKS_* and HTTP_* exports of DXSOCKS.DLL.
+ * Compiles as C and as C++.
+ */
+#ifndef DXSOCKS_TYPES_H
+#define DXSOCKS_TYPES_H
+
+#include <winsock2.h>
+#include <windows.h>
+
+#ifdef __cplusplus
+extern "C" {
+#endif
+
+#ifdef DXSOCKS_BUILDING_DLL
+#define DXSOCKS_API __declspec(dllexport)
+#else
+#define DXSOCKS_API __declspec(dllimport)
+#endif
+
+/*
+ * Result codes. Exports report failures as WinSock does, by a result and the WinSock last error;
+ * each export's comment says which. Besides 0 and -1:
+ */
+#define DXSOCKS_WSAEWOULDBLOCK     10035 /* non-blocking step still pending */
+#define DXSOCKS_WSAENOTSOCK        10038 /* the library could not keep state for the socket */
+#define DXSOCKS_WSAEINVAL          10022 /* nothing to send (SOCKS 5 request) */
+#define DXSOCKS_WSAEFAULT          10014
+#define DXSOCKS_WSAECONNREFUSED    10061 /* any refusal by a proxy */
+#define DXSOCKS_WSAHOST_NOT_FOUND  11001 /* SOCKS 4 destination without an address */
+#define DXSOCKS_ERROR_TIMEOUT      1460  /* the host reported a time-out at the password prompt */
+#define DXSOCKS_ERROR_CANCELLED    1223  /* the first-use prompt was declined */
+
+/* Private codes; they fit the 16-bit error word of a socket message. */
+#define DXSOCKS_HTTP_NOT_FOUND     65532 /* the HTTP proxy could not resolve the destination (404) */
+#define DXSOCKS_PROXY_AUTH_FAILED  65533 /* proxy authentication required or refused (407) */
+#define DXSOCKS_PASSWORD_CANCELLED 65534 /* the password prompt was cancelled */
+
+/* The integer every line hands to a plain log callback. */
+#define DXSOCKS_LOG_LINE_VALUE 60
+
+/*
+ * Log callbacks. The text is valid only during the call and is at most 254 characters; the plain
+ * callback's text ends in "\n" (255 then). Callbacks run on whichever thread logs, the library's
+ * hidden threads included, and must be re-entrant.
+ *
+ * Every line passes a second printf-style pass without arguments, so a '%' in a host name or user id
+ * is read as a conversion. That pass never reads an argument: "%%" gives "%"; a conversion that
+ * would take an argument prints as if given 0 or null ("%d", "%u", "%x" as 0, "%s" as "(null)",
+ * "%p" as zeros, a '*' width or precision as 0); "%c" and "%n" print nothing and "%n" writes
+ * nothing; an unknown or unfinished conversion, such as a lone '%' at the end, stays as it stands.
+ */
+typedef void (*DXSOCKS_LOG_CALLBACK)(int value, const char *text);
+typedef void (*DXSOCKS_LOG_CALLBACK_EX)(void *context, const char *text);
+
+#ifdef __cplusplus
+}
+#endif
+
+#endif /* DXSOCKS_TYPES_H */

@@ -1,0 +1,33 @@
+// CSocksSocket: the per-socket SOCKS client. One stepper, ProcessState, drives the handshake: in a
+// loop on the caller's thread for a blocking socket, one step per socket event for a non-blocking one.
+#pragma once
+
+#include "proxy_socket.h"
+#include "socks4_wire.h"
+
+class CSocksSocket : public CProxySocket {
+public:
+    explicit CSocksSocket(SOCKET s);
+
+    void SetProxy(const sockaddr_in* proxy, int length, const char* user, unsigned version);
+    int StartConnect(unsigned command, const char* host, unsigned port, HWND parent, unsigned* error);
+    int ConnectToServer(HWND parent);
+    void ReportEvent(unsigned id);
+    int ProcessState();
+    int ProcessSocks4State();
+    int SendSocks4Request();
+    int CheckSocks4Reply();
+    void StartReading(int count);
+    int OnRead();
+    int SocketPeek(unsigned* error);
+    int Send(const void* buffer, int length);
+    void ConnectFinished(unsigned error);
+    void PushAsyncSelect(HWND window, unsigned message, unsigned events);
+    void OnConnected();
+    int ReleaseSocket();
+
+    uint8_t socks4Packet[kSocks4PacketSize] = {};
+    uint32_t protocolVersion = 4;
+    HANDLE identityHandle = nullptr;
+    uint32_t identityLocalPort = 0;
+};

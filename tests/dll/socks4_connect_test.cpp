@@ -1,0 +1,290 @@
+// SOCKS 4 connects through the exports, against the scripted fake proxy and a real danted.
+#include <gtest/gtest.h>
+
+#include <string>
+#include <vector>
+
+#include "bench.h"
+#include "log_capture.h"
+#include "socks_api.h"
+
+namespace {
+
+using dxtest::FakeReceived;
+using dxtest::FakeScript;
+
+std::string Socks4Request(uint8_t command, uint16_t port, const std::string& address, const std::string& user) {
+    std::string request = {4, static_cast<char>(command), static_cast<char>(port >> 8), static_cast<char>(port & 0xff)};
+    return request + address + user + std::string(1, '\0');
+}
+const std::string kLoopbackBytes("\x7f\0\0\x01", 4);
+
+class Socks4ConnectTest : public ::testing::Test {
+protected:
+    void SetUp() override {
+        s = dxtest::MakeTcpSocket();
+        ASSERT_NE(s, INVALID_SOCKET);
+        fake = dxtest::Loopback(dxtest::BenchPort("FAKE_PORT"));
+        echo = dxtest::BenchPort("ECHO_PORT");
+        dxtest::FakeReset();
+    }
+    void TearDown() override {
+        if (s != INVALID_SOCKET) dxtest::Retire(s);
+    }
+    std::string S() const { return std::to_string(static_cast<int>(s)); }
+    void CloseNow() {
+        dxtest::Retire(s);
+        s = INVALID_SOCKET;
+    }
+
+    SOCKET s = INVALID_SOCKET;
+    sockaddr_in fake = {};
+    uint16_t echo = 0;
+};
+
+TEST_F(Socks4ConnectTest, GrantedConnectCarriesTheHostsOwnData) {
+    int id = FakeScript("read=14 send=005a000000000000 echo");
+    ASSERT_EQ(SOCKS_SetProxyEx(s, &fake, sizeof fake, "alice", 4), 0);
+    WSASetLastError(0);
+    ASSERT_EQ(SOCKS_ConnectEx(s, "127.0.0.1", echo, nullptr, AF_INET), 0);
+    EXPECT_EQ(WSAGetLastError(), 0);
+    ASSERT_TRUE(dxtest::SendAll(s, "payload"));
+    EXPECT_EQ(dxtest::Receive(s, 7), "payload");
+    CloseNow();
+    EXPECT_EQ(FakeReceived(id).bytes, Socks4Request(1, echo, kLoopbackBytes, "alice") + "payload");
+}
+
+TEST_F(Socks4ConnectTest, LogOfAGrantedConnect) {
+    FakeScript("read=9 send=005a000000000000 drain=3000");
+    dxtest::LogCapture capture;
+    ASSERT_EQ(SOCKS_SetProxy(s, &fake, sizeof fake, ""), 0);
+    ASSERT_EQ(SOCKS_ConnectEx(s, "127.0.0.1", 4321, nullptr, AF_INET), 0);
+    std::vector<std::string> expected = {
+        "DXSOCKS: Begin func SOCKS_SetProxyEx",
+        "DXSOCKS:  socket = " + S(),
+        "DXSOCKS: CSocksSocket::CSocksSocket(" + S() + ")",
+        "DXSOCKS: End func SOCKS_SetProxyEx",
+        "DXSOCKS: Begin func SOCKS_ConnectEx",
+        "DXSOCKS:  socket = " + S(),
+        "DXSOCKS: Begin host:port 127.0.0.1:4321",
+        "DXSOCKS: CSocksSocket::ProcessState - Sending SOCKS protocol header.",
+        "DXSOCKS: CSocksSocket::Send - 8 bytes sent.",
+        "DXSOCKS: CSocksSocket::ProcessState - Sending SOCKS user id.",
+        "DXSOCKS: CSocksSocket::Send - 1 bytes sent.",
+        "DXSOCKS: CSocksSocket::StartReading",
+        "DXSOCKS: End host:port 127.0.0.1:4321",
+        "DXSOCKS: WinSock Error = 0",
+        "DXSOCKS:  result = 0",
+        "DXSOCKS: End func SOCKS_ConnectEx",
+    };
+    EXPECT_EQ(capture.Lines(), expected);
+}
+
+TEST_F(Socks4ConnectTest, EveryRefusalCodeGives10061) {
+    for (const char* code : {"5b", "5c", "5d", "5e", "00"}) {
+        SOCKET refused = dxtest::MakeTcpSocket();
+        int id = FakeScript(std::string("readz send=00") + code + "000000000000 drain=3000");
+        ASSERT_EQ(SOCKS_SetProxyEx(refused, &fake, sizeof fake, "bob", 4), 0);
+        WSASetLastError(0);
+        EXPECT_EQ(SOCKS_ConnectEx(refused, "127.0.0.1", 80, nullptr, AF_INET), -1) << code;
+        EXPECT_EQ(WSAGetLastError(), 10061) << code;
+        dxtest::Retire(refused);
+        EXPECT_EQ(FakeReceived(id).bytes, Socks4Request(1, 80, kLoopbackBytes, "bob")) << code;
+    }
+}
+
+TEST_F(Socks4ConnectTest, ReplyInPiecesOnABlockingSocket) {
+    FakeScript("readz send=00 sleep=200 send=5a0000 sleep=200 send=00000000 drain=3000");
+    ASSERT_EQ(SOCKS_SetProxyEx(s, &fake, sizeof fake, "", 4), 0);
+    EXPECT_EQ(SOCKS_ConnectEx(s, "127.0.0.1", 80, nullptr, AF_INET), 0);
+}
+
+TEST_F(Socks4ConnectTest, BytesBehindTheReplyInTheSameSegmentAreConsumedWithIt) {
+    FakeScript("read=9 send=005a00000000000048454c4c4f echo");
+    ASSERT_EQ(SOCKS_SetProxyEx(s, &fake, sizeof fake, "", 4), 0);
+    ASSERT_EQ(SOCKS_ConnectEx(s, "127.0.0.1", 80, nullptr, AF_INET), 0);
+    ASSERT_TRUE(dxtest::SendAll(s, "after"));
+    EXPECT_EQ(dxtest::Receive(s, 10, 1000), "after");
+}
+
+TEST_F(Socks4ConnectTest, RefusalLogReportsTheWinsockError) {
+    FakeScript("readz send=005b000000000000 drain=3000");
+    ASSERT_EQ(SOCKS_SetProxyEx(s, &fake, sizeof fake, "", 4), 0);
+    dxtest::LogCapture capture;
+    EXPECT_EQ(SOCKS_ConnectEx(s, "127.0.0.1", 80, nullptr, AF_INET), -1);
+    auto lines = capture.Lines();
+    ASSERT_GE(lines.size(), 4u);
+    std::vector<std::string> tail(lines.end() - 4, lines.end());
+    std::vector<std::string> expected = {
+        "DXSOCKS: End host:port 127.0.0.1:80",
+        "DXSOCKS: WinSock Error = 10061",
+        "DXSOCKS:  result = -1",
+        "DXSOCKS: End func SOCKS_ConnectEx",
+    };
+    EXPECT_EQ(tail, expected);
+}
+
+TEST_F(Socks4ConnectTest, UnresolvableDestinationGivesTheLookupCodeBeforeAnyConnect) {
+    int id = FakeScript("close");
+    ASSERT_EQ(SOCKS_SetProxyEx(s, &fake, sizeof fake, "", 4), 0);
+    EXPECT_EQ(SOCKS_ConnectEx(s, "no-such-host.invalid", 80, nullptr, AF_INET), -1);
+    EXPECT_EQ(WSAGetLastError(), WSAHOST_NOT_FOUND);
+    EXPECT_EQ(FakeReceived(id, 300).status, "pending");
+}
+
+TEST_F(Socks4ConnectTest, ProxyThatRefusesTheTcpConnect) {
+    sockaddr_in closed = dxtest::Loopback(1);  // nothing listens on port 1
+    ASSERT_EQ(SOCKS_SetProxyEx(s, &closed, sizeof closed, "", 4), 0);
+    EXPECT_EQ(SOCKS_ConnectEx(s, "127.0.0.1", 80, nullptr, AF_INET), -1);
+    EXPECT_EQ(WSAGetLastError(), WSAECONNREFUSED);
+}
+
+TEST_F(Socks4ConnectTest, SocketWithoutAProxyFailsAndLeavesTheErrorAsItStood) {
+    dxtest::LogCapture capture;
+    WSASetLastError(4711);
+    EXPECT_EQ(SOCKS_ConnectEx(s, "127.0.0.1", echo, nullptr, AF_INET), -1);
+    EXPECT_EQ(WSAGetLastError(), 4711);
+    auto errors = dxtest::LinesStartingWith(capture.Lines(), "DXSOCKS: WinSock Error = ");
+    ASSERT_EQ(errors.size(), 1u);
+    EXPECT_EQ(errors[0], "DXSOCKS: WinSock Error = 4711");
+
+    SOCKET other = dxtest::MakeTcpSocket();
+    WSASetLastError(0);
+    EXPECT_EQ(SOCKS_ConnectEx(other, "127.0.0.1", echo, nullptr, AF_INET), -1);
+    EXPECT_EQ(WSAGetLastError(), 0);
+    dxtest::Retire(other);
+}
+
+TEST_F(Socks4ConnectTest, InvalidSocketGetsNoObject) {
+    sockaddr_in proxy = fake;
+    EXPECT_EQ(SOCKS_SetProxyEx(INVALID_SOCKET, &proxy, sizeof proxy, "", 4), 1);
+    EXPECT_EQ(SOCKS_SetProxy(INVALID_SOCKET, &proxy, sizeof proxy, ""), 1);
+    EXPECT_EQ(SOCKS_ConnectEx(INVALID_SOCKET, "127.0.0.1", 80, nullptr, AF_INET), -1);
+    EXPECT_EQ(WSAGetLastError(), WSAENOTSOCK);
+    EXPECT_EQ(SOCKS_ConnectCanceled(INVALID_SOCKET), 0);
+    EXPECT_EQ(SOCKS_GetConnectError(INVALID_SOCKET), 0u);
+}
+
+TEST_F(Socks4ConnectTest, NoProxyAddressConnectsToTheTargetAndShakesHandsThere) {
+    // The fake proxy stands as the destination here: the SOCKS request reaches it directly.
+    int id = FakeScript("read=9 send=005a000000000000 drain=3000");
+    sockaddr_in none = {};
+    ASSERT_EQ(SOCKS_SetProxyEx(s, &none, sizeof none, "ignored", 5), 0);
+    EXPECT_EQ(SOCKS_ConnectEx(s, "127.0.0.1", ntohs(fake.sin_port), nullptr, AF_INET), 0);
+    CloseNow();
+    EXPECT_EQ(FakeReceived(id).bytes, Socks4Request(1, ntohs(fake.sin_port), kLoopbackBytes, ""));
+}
+
+TEST_F(Socks4ConnectTest, ConnectTakesAnAddressRecord) {
+    int id = FakeScript("read=9 send=005a000000000000 drain=3000");
+    ASSERT_EQ(SOCKS_SetProxyEx(s, &fake, sizeof fake, "", 4), 0);
+    sockaddr_in destination = dxtest::Loopback(echo);
+    dxtest::LogCapture capture;
+    EXPECT_EQ(SOCKS_connect(s, reinterpret_cast<sockaddr*>(&destination), sizeof destination), 0);
+    auto lines = capture.Lines();
+    ASSERT_GE(lines.size(), 6u);
+    EXPECT_EQ(lines[0], "DXSOCKS: Begin func SOCKS_connect");
+    EXPECT_EQ(lines[1], "DXSOCKS:  socket = " + S());
+    EXPECT_EQ(lines[2], "DXSOCKS: Begin func SOCKS_ConnectEx");
+    EXPECT_EQ(lines[4], "DXSOCKS: Begin host:port 127.0.0.1:" + std::to_string(echo));
+    EXPECT_EQ(lines.back(), "DXSOCKS: End func SOCKS_connect");
+    CloseNow();
+    EXPECT_EQ(FakeReceived(id).bytes, Socks4Request(1, echo, kLoopbackBytes, ""));
+}
+
+TEST_F(Socks4ConnectTest, ConnectWithoutAnAddressRecordFailsWithFault) {
+    EXPECT_EQ(SOCKS_connect(s, nullptr, 16), -1);
+    EXPECT_EQ(WSAGetLastError(), WSAEFAULT);
+    sockaddr_in destination = dxtest::Loopback(echo);
+    EXPECT_EQ(SOCKS_connect(s, reinterpret_cast<sockaddr*>(&destination), 8), -1);
+    EXPECT_EQ(WSAGetLastError(), WSAEFAULT);
+}
+
+TEST_F(Socks4ConnectTest, CanceledAndConnectErrorOfAnOrdinaryConnectAreZero) {
+    FakeScript("read=9 send=005a000000000000 drain=3000");
+    ASSERT_EQ(SOCKS_SetProxyEx(s, &fake, sizeof fake, "", 4), 0);
+    ASSERT_EQ(SOCKS_ConnectEx(s, "127.0.0.1", 80, nullptr, AF_INET), 0);
+    dxtest::LogCapture capture;
+    EXPECT_EQ(SOCKS_ConnectCanceled(s), 0);
+    EXPECT_EQ(SOCKS_GetConnectError(s), 0u);
+    std::vector<std::string> expected = {
+        "DXSOCKS: Begin func SOCKS_ConnectCanceled", "DXSOCKS:  socket = " + S(), "DXSOCKS:  result = 0",
+        "DXSOCKS: End func SOCKS_ConnectCanceled",   "DXSOCKS: Begin func SOCKS_GetConnectError",
+        "DXSOCKS:  socket = " + S(),                 "DXSOCKS:  result = 0",
+        "DXSOCKS: End func SOCKS_GetConnectError",
+    };
+    EXPECT_EQ(capture.Lines(), expected);
+}
+
+TEST_F(Socks4ConnectTest, PercentInTheHostNameGoesThroughTheSecondPass) {
+    dxtest::LogCapture capture;
+    EXPECT_EQ(SOCKS_ConnectEx(s, "h%n%s%x%*d%c%", 80, nullptr, AF_INET), -1);
+    auto begin = dxtest::LinesStartingWith(capture.Lines(), "DXSOCKS: Begin host:port");
+    ASSERT_EQ(begin.size(), 1u);
+    EXPECT_EQ(begin[0], "DXSOCKS: Begin host:port h(null)00%:80");
+}
+
+TEST_F(Socks4ConnectTest, ProxyThatClosesBeforeAnyReplyKeepsTheReadGoingUntilTheHostShutsItDown) {
+    // A zero-byte read is no retry, so the blocking read only ends when reading fails.
+    int id = FakeScript("readz close");
+    ASSERT_EQ(SOCKS_SetProxyEx(s, &fake, sizeof fake, "", 4), 0);
+    struct Call {
+        SOCKET s;
+        int result = 1;
+        int error = 0;
+    } call{s};
+    HANDLE thread = CreateThread(
+        nullptr, 0,
+        [](void* p) -> DWORD {
+            auto* c = static_cast<Call*>(p);
+            c->result = SOCKS_ConnectEx(c->s, "127.0.0.1", 80, nullptr, AF_INET);
+            c->error = WSAGetLastError();
+            return 0;
+        },
+        &call, 0, nullptr);
+    ASSERT_NE(thread, nullptr);
+    EXPECT_EQ(FakeReceived(id).status, "done");
+    EXPECT_EQ(WaitForSingleObject(thread, 500), static_cast<DWORD>(WAIT_TIMEOUT));
+    shutdown(s, SD_RECEIVE);
+    ASSERT_EQ(WaitForSingleObject(thread, 10000), static_cast<DWORD>(WAIT_OBJECT_0));
+    CloseHandle(thread);
+    EXPECT_EQ(call.result, -1);
+    EXPECT_EQ(call.error, WSAESHUTDOWN);
+}
+
+class DantedTest : public Socks4ConnectTest {
+protected:
+    void SetUp() override {
+        Socks4ConnectTest::SetUp();
+        dante = dxtest::Loopback(dxtest::BenchPort("DANTE_PORT"));
+    }
+    sockaddr_in dante = {};
+};
+
+TEST_F(DantedTest, Socks4ConnectCarriesDataBothWays) {
+    ASSERT_EQ(SOCKS_SetProxyEx(s, &dante, sizeof dante, "tester", 4), 0);
+    ASSERT_EQ(SOCKS_ConnectEx(s, "127.0.0.1", echo, nullptr, AF_INET), 0);
+    std::string payload(5000, 'p');
+    for (size_t i = 0; i < payload.size(); ++i) payload[i] = static_cast<char>(i * 7);
+    ASSERT_TRUE(dxtest::SendAll(s, payload));
+    EXPECT_EQ(dxtest::Receive(s, payload.size()), payload);
+}
+
+TEST_F(DantedTest, Socks4ConnectToAServerThatSpeaksFirst) {
+    ASSERT_EQ(SOCKS_SetProxy(s, &dante, sizeof dante, ""), 0);
+    ASSERT_EQ(SOCKS_ConnectEx(s, "localhost", dxtest::BenchPort("BANNER_PORT"), nullptr, AF_INET), 0);
+    ASSERT_TRUE(dxtest::SendAll(s, "back"));
+    // The reply read takes up to 64 bytes, so a banner that came with the reply is gone.
+    std::string received = dxtest::Receive(s, 18, 2000);
+    EXPECT_TRUE(received == "DXTEST-BANNER\nback" || received == "back") << received;
+}
+
+TEST_F(DantedTest, Socks4ConnectToAClosedPortIsRefused) {
+    ASSERT_EQ(SOCKS_SetProxyEx(s, &dante, sizeof dante, "", 4), 0);
+    EXPECT_EQ(SOCKS_ConnectEx(s, "127.0.0.1", 1, nullptr, AF_INET), -1);
+    // danted may close at once behind its refusal, and the reset can overtake the reply's bytes.
+    int error = WSAGetLastError();
+    EXPECT_TRUE(error == WSAECONNREFUSED || error == WSAECONNRESET) << error;
+}
+
+}  // namespace

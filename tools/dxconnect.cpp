@@ -1,0 +1,360 @@
+// dxconnect: connects to a destination through a proxy with DXSOCKS.DLL, the way a host program
+// does, then relays stdin to the connection and the connection to stdout.
+#include <winsock2.h>
+#include <ws2tcpip.h>
+#include <windows.h>
+
+#include "socks_api.h"
+
+#include <atomic>
+#include <chrono>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <memory>
+#include <string>
+#include <thread>
+#include <vector>
+
+namespace {
+
+enum ExitCode { kExitOk = 0, kExitConnectFailed = 1, kExitUsage = 2, kExitSetup = 3 };
+
+const char kUsage[] =
+    "Usage: dxconnect [options] DEST_HOST DEST_PORT\n"
+    "\n"
+    "Connects to DEST_HOST:DEST_PORT through a proxy with DXSOCKS.DLL, then sends standard input\n"
+    "to the connection and writes what comes back to standard output.\n"
+    "\n"
+    "Options:\n"
+    "  -t TYPE        proxy type: socks4 (default), socks5 or http\n"
+    "  -x HOST:PORT   proxy address (required); HOST is a dotted IPv4 address or a name\n"
+    "  -u USER        user id for the proxy (default empty)\n"
+    "  -v             print every library log line to standard error\n"
+    "  -n             non-blocking mode\n"
+    "  -w SECONDS     after standard input ends, keep reading the connection for at most\n"
+    "                 this long (default 2)\n"
+    "  -h             show this help\n"
+    "\n"
+    "Exit status: 0 done, 1 connect failed or connection lost, 2 usage error,\n"
+    "3 local setup failed.\n";
+
+enum class ProxyType { Socks4, Socks5, Http };
+const char *const kTypeNames[] = {"socks4", "socks5", "http"};
+
+struct Options {
+    ProxyType type = ProxyType::Socks4;
+    std::string proxy;  // as given to -x, for messages
+    std::string proxyHost;
+    unsigned proxyPort = 0;
+    std::string user;
+    std::string destHost;
+    unsigned destPort = 0;
+    bool verbose = false;
+    bool nonBlocking = false;
+    double waitSeconds = 2.0;
+};
+
+const char *TypeName(ProxyType type) { return kTypeNames[static_cast<int>(type)]; }
+
+bool ParsePort(const std::string &text, unsigned *port) {
+    if (text.empty() || text.size() > 5 || text.find_first_not_of("0123456789") != std::string::npos)
+        return false;
+    unsigned long value = std::strtoul(text.c_str(), nullptr, 10);
+    if (value < 1 || value > 65535) return false;
+    *port = static_cast<unsigned>(value);
+    return true;
+}
+
+int UsageError(const std::string &message) {
+    std::fprintf(stderr, "dxconnect: %s\nTry 'dxconnect -h' for help.\n", message.c_str());
+    return kExitUsage;
+}
+
+// Returns -1 when the command line is good, else the exit code (0 after -h).
+int ParseOptions(int argc, char **argv, Options *o) {
+    if (argc < 2) {
+        std::fputs(kUsage, stderr);
+        return kExitUsage;
+    }
+    std::vector<std::string> positional;
+    bool optionsEnded = false;
+    bool haveProxy = false;
+    for (int i = 1; i < argc; ++i) {
+        const std::string arg = argv[i];
+        if (optionsEnded || arg.size() < 2 || arg[0] != '-') {
+            positional.push_back(arg);
+            continue;
+        }
+        if (arg == "--") {
+            optionsEnded = true;
+            continue;
+        }
+        const char flag = arg[1];
+        if (std::strchr("hvn", flag) != nullptr) {
+            if (arg.size() != 2) return UsageError("unknown option " + arg);
+            if (flag == 'h') {
+                std::fputs(kUsage, stdout);
+                return kExitOk;
+            }
+            if (flag == 'v') o->verbose = true;
+            else o->nonBlocking = true;
+            continue;
+        }
+        if (std::strchr("txuw", flag) == nullptr) return UsageError("unknown option " + arg);
+        std::string value;
+        if (arg.size() > 2) {
+            value = arg.substr(2);
+        } else if (i + 1 < argc) {
+            value = argv[++i];
+        } else {
+            return UsageError("option " + arg + " needs a value");
+        }
+        if (flag == 't') {
+            if (value == "socks4") o->type = ProxyType::Socks4;
+            else if (value == "socks5") o->type = ProxyType::Socks5;
+            else if (value == "http") o->type = ProxyType::Http;
+            else return UsageError("-t: unknown proxy type '" + value + "' (use socks4, socks5 or http)");
+        } else if (flag == 'x') {
+            const size_t colon = value.rfind(':');
+            if (colon == std::string::npos || colon == 0 || !ParsePort(value.substr(colon + 1), &o->proxyPort))
+                return UsageError("-x: '" + value + "' is not HOST:PORT with a port from 1 to 65535");
+            o->proxy = value;
+            o->proxyHost = value.substr(0, colon);
+            haveProxy = true;
+        } else if (flag == 'u') {
+            o->user = value;
+        } else {
+            char *end = nullptr;
+            const double seconds = std::strtod(value.c_str(), &end);
+            // The upper bound keeps the time in milliseconds far from overflow.
+            if (value.empty() || *end != '\0' || !(seconds >= 0 && seconds <= 1e6))
+                return UsageError("-w: '" + value + "' is not a number of seconds from 0 to 1000000");
+            o->waitSeconds = seconds;
+        }
+    }
+    if (!haveProxy) return UsageError("the proxy address -x HOST:PORT is required");
+    if (positional.size() != 2) return UsageError("expected DEST_HOST DEST_PORT after the options");
+    if (positional[0].empty()) return UsageError("DEST_HOST is empty");
+    if (!ParsePort(positional[1], &o->destPort))
+        return UsageError("DEST_PORT '" + positional[1] + "' is not a port from 1 to 65535");
+    o->destHost = positional[0];
+    return -1;
+}
+
+const struct {
+    int code;
+    const char *text;
+} kMeanings[] = {
+    {WSAECONNREFUSED, "connection refused by the proxy"},
+    {WSAHOST_NOT_FOUND, "host not found"},
+    {WSAETIMEDOUT, "connection timed out"},
+    {WSAEHOSTUNREACH, "no route to the host"},
+    {WSAEWOULDBLOCK, "the operation would block"},
+    {WSAENOTSOCK, "not a socket, or the library could not keep state for it"},
+    {WSAEINVAL, "invalid argument"},
+    {DXSOCKS_HTTP_NOT_FOUND, "HTTP proxy could not resolve the destination"},
+    {DXSOCKS_PROXY_AUTH_FAILED, "proxy authentication required or refused"},
+    {DXSOCKS_PASSWORD_CANCELLED, "password prompt cancelled"},
+    {DXSOCKS_ERROR_CANCELLED, "cancelled"},
+    {DXSOCKS_ERROR_TIMEOUT, "timed out"},
+};
+
+std::string Meaning(int code) {
+    // A refusal the library reports by its result alone leaves no WinSock error behind.
+    if (code == 0 || code == -1) return "the proxy refused or the handshake failed";
+    for (const auto &m : kMeanings)
+        if (m.code == code) return m.text;
+    char text[256];
+    DWORD n = FormatMessageA(FORMAT_MESSAGE_FROM_SYSTEM | FORMAT_MESSAGE_IGNORE_INSERTS, nullptr,
+                             static_cast<DWORD>(code), 0, text, static_cast<DWORD>(sizeof text), nullptr);
+    while (n > 0 && std::strchr("\r\n .", text[n - 1]) != nullptr) --n;
+    return n > 0 ? std::string(text, n) : "unknown error";
+}
+
+// One way of connecting s through the proxy. On failure *error is the WinSock error to report.
+using Connector = bool (*)(SOCKET s, const Options &o, const sockaddr_in &proxy, int *error);
+
+bool ConnectSocks(SOCKET s, const Options &o, const sockaddr_in &proxy, int *error) {
+    const unsigned version = o.type == ProxyType::Socks5 ? 5 : 4;
+    if (SOCKS_SetProxyEx(s, &proxy, static_cast<int>(sizeof proxy), o.user.c_str(), version) != 0) {
+        *error = WSAENOTSOCK;
+        return false;
+    }
+    WSASetLastError(0);  // so that a refusal without an error of its own shows as 0
+    if (SOCKS_ConnectEx(s, o.destHost.c_str(), o.destPort, nullptr, AF_INET) == 0) return true;
+    *error = WSAGetLastError();
+    if (*error == 0 && SOCKS_ConnectCanceled(s)) *error = DXSOCKS_PASSWORD_CANCELLED;
+    if (*error == 0) *error = static_cast<int>(SOCKS_GetConnectError(s));
+    return false;
+}
+
+// Picks how to connect; null, with *missing saying why, when this build of the library cannot.
+Connector ChooseConnector(const Options &o, const char **missing) {
+    if (o.type == ProxyType::Http) {
+        *missing = "HTTP proxies are not available in this build";
+        return nullptr;
+    }
+    if (o.type == ProxyType::Socks5) {
+        *missing = "SOCKS 5 proxies are not available in this build";
+        return nullptr;
+    }
+    if (o.nonBlocking) {
+        *missing = "non-blocking mode needs SOCKS_WSAAsyncSelect, not available in this build";
+        return nullptr;
+    }
+    return ConnectSocks;
+}
+
+// Returns 0, or the lookup's WinSock error.
+int ResolveProxy(const Options &o, sockaddr_in *address) {
+    addrinfo hints{};
+    hints.ai_family = AF_INET;
+    hints.ai_socktype = SOCK_STREAM;
+    addrinfo *found = nullptr;
+    const int rc = getaddrinfo(o.proxyHost.c_str(), nullptr, &hints, &found);
+    if (rc != 0) return rc;
+    std::memcpy(address, found->ai_addr, sizeof *address);
+    address->sin_port = htons(static_cast<u_short>(o.proxyPort));
+    freeaddrinfo(found);
+    return 0;
+}
+
+void LogToStream(void *context, const char *text) {
+    // One call per line, so lines from the library's threads do not interleave.
+    std::fprintf(static_cast<FILE *>(context), "%s\n", text);
+}
+
+struct Relay {
+    SOCKET s = INVALID_SOCKET;
+    std::chrono::steady_clock::time_point inputEndedAt;  // written before inputEnded is set
+    std::atomic<bool> inputEnded{false};
+};
+
+bool SendAll(SOCKET s, const char *data, int size) {
+    while (size > 0) {
+        const int sent = send(s, data, size, 0);
+        if (sent == SOCKET_ERROR) return false;
+        data += sent;
+        size -= sent;
+    }
+    return true;
+}
+
+bool WriteAll(HANDLE out, const char *data, DWORD size) {
+    if (out == nullptr || out == INVALID_HANDLE_VALUE) return true;  // no stdout: drop the data
+    while (size > 0) {
+        DWORD written = 0;
+        if (!WriteFile(out, data, size, &written, nullptr) || written == 0) return false;
+        data += written;
+        size -= written;
+    }
+    return true;
+}
+
+void PumpInput(std::shared_ptr<Relay> relay) {
+    const HANDLE in = GetStdHandle(STD_INPUT_HANDLE);
+    char buffer[16384];
+    DWORD got = 0;
+    // A pipe whose writer closed fails with ERROR_BROKEN_PIPE; like a 0-byte read it is the end.
+    while (in != nullptr && in != INVALID_HANDLE_VALUE &&
+           ReadFile(in, buffer, static_cast<DWORD>(sizeof buffer), &got, nullptr) && got > 0) {
+        if (!SendAll(relay->s, buffer, static_cast<int>(got))) break;
+    }
+    shutdown(relay->s, SD_SEND);
+    relay->inputEndedAt = std::chrono::steady_clock::now();
+    relay->inputEnded = true;
+}
+
+// Copies the connection to stdout until the peer closes, or until the -w time after the end of
+// input has passed. Returns 0, or the WinSock error that broke the connection.
+int PumpOutput(Relay *relay, double waitSeconds) {
+    using namespace std::chrono;
+    const long kPollMs = 100;  // how soon the end of input is noticed
+    const auto linger = duration_cast<milliseconds>(duration<double>(waitSeconds));
+    const HANDLE out = GetStdHandle(STD_OUTPUT_HANDLE);
+    char buffer[16384];
+    for (;;) {
+        long waitMs = kPollMs;
+        if (relay->inputEnded) {
+            const auto left = duration_cast<milliseconds>(relay->inputEndedAt + linger - steady_clock::now());
+            if (left.count() <= 0) return 0;
+            waitMs = static_cast<long>(left.count());
+        }
+        fd_set readable;
+        FD_ZERO(&readable);
+        FD_SET(relay->s, &readable);
+        timeval timeout{waitMs / 1000, (waitMs % 1000) * 1000};
+        const int ready = select(0, &readable, nullptr, nullptr, &timeout);
+        if (ready == SOCKET_ERROR) return WSAGetLastError();
+        if (ready == 0) continue;
+        const int got = recv(relay->s, buffer, static_cast<int>(sizeof buffer), 0);
+        if (got == 0) return 0;
+        if (got == SOCKET_ERROR) return WSAGetLastError();
+        if (!WriteAll(out, buffer, static_cast<DWORD>(got))) return 0;  // nobody reads our output
+    }
+}
+
+int ConnectAndRelay(const Options &o, Connector connector) {
+    sockaddr_in proxy{};
+    if (const int rc = ResolveProxy(o, &proxy)) {
+        std::fprintf(stderr, "dxconnect: cannot resolve proxy host %s: WinSock error %d (%s)\n",
+                     o.proxyHost.c_str(), rc, Meaning(rc).c_str());
+        return kExitConnectFailed;
+    }
+    // Shared with the input thread, which may outlive this call.
+    const auto relay = std::make_shared<Relay>();
+    relay->s = socket(AF_INET, SOCK_STREAM, IPPROTO_TCP);
+    if (relay->s == INVALID_SOCKET) {
+        const int rc = WSAGetLastError();
+        std::fprintf(stderr, "dxconnect: socket failed: WinSock error %d (%s)\n", rc, Meaning(rc).c_str());
+        return kExitSetup;
+    }
+    int error = 0;
+    if (!connector(relay->s, o, proxy, &error)) {
+        std::fprintf(stderr, "dxconnect: connect through %s proxy %s to %s:%u failed: WinSock error %d (%s)\n",
+                     TypeName(o.type), o.proxy.c_str(), o.destHost.c_str(), o.destPort, error,
+                     Meaning(error).c_str());
+        closesocket(relay->s);
+        return kExitConnectFailed;
+    }
+    std::fprintf(stderr, "dxconnect: connected to %s:%u through %s proxy %s\n", o.destHost.c_str(), o.destPort,
+                 TypeName(o.type), o.proxy.c_str());
+
+    std::thread input(PumpInput, relay);
+    const int lost = PumpOutput(relay.get(), o.waitSeconds);
+    // The input thread may sit in a read of an open stdin; process exit ends it.
+    if (relay->inputEnded) input.join();
+    else input.detach();
+    closesocket(relay->s);
+    if (lost != 0) {
+        std::fprintf(stderr, "dxconnect: connection lost: WinSock error %d (%s)\n", lost, Meaning(lost).c_str());
+        return kExitConnectFailed;
+    }
+    return kExitOk;
+}
+
+}  // namespace
+
+int main(int argc, char **argv) {
+    Options o;
+    const int parsed = ParseOptions(argc, argv, &o);
+    if (parsed >= 0) return parsed;
+    const char *missing = nullptr;
+    const Connector connector = ChooseConnector(o, &missing);
+    if (connector == nullptr) {
+        std::fprintf(stderr, "dxconnect: %s\n", missing);
+        return kExitUsage;
+    }
+
+    WSADATA wsa;
+    if (const int rc = WSAStartup(MAKEWORD(2, 2), &wsa)) {
+        std::fprintf(stderr, "dxconnect: WSAStartup failed: WinSock error %d (%s)\n", rc, Meaning(rc).c_str());
+        return kExitSetup;
+    }
+    if (o.verbose) SOCKS_SetLoggingCallbackEx(stderr, LogToStream);
+    const int status = ConnectAndRelay(o, connector);
+    if (o.verbose) SOCKS_SetLoggingCallbackEx(nullptr, nullptr);
+    WSACleanup();
+    return status;
+}
