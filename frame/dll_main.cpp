@@ -2,19 +2,31 @@
 #include <winsock2.h>
 #include <windows.h>
 
-#include <new>
-
 #include "lifecycle.h"
+#include "log.h"
 #include "proxy_socket_manager.h"
 
 namespace {
 
+constexpr DWORD kPathSize = 256;
+
+// Reports 1005 or 1006 with the host program's path and this library's path.
+void ReportPaths(unsigned id) {
+    char host[kPathSize];
+    char library[kPathSize];
+    if (GetModuleFileNameA(nullptr, host, kPathSize) != 0 && GetModuleFileNameA(g_hModule, library, kPathSize) != 0) {
+        ReportMessage(0, id, host, library);
+    }
+}
+
 void OnProcessAttach() {
+    ReportPaths(1005);
     if (g_pProxySocketManager == nullptr) g_pProxySocketManager = new CProxySocketManager();
 }
 
-// No socket is closed here: the host owns them.
+// No socket is closed and no hidden thread is touched here: the host owns them.
 void OnProcessDetach() {
+    ReportPaths(1006);
     delete g_pProxySocketManager;
     g_pProxySocketManager = nullptr;
 }

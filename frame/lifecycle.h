@@ -1,11 +1,50 @@
-// Process-wide handles of the library's lifetime.
+// The library's lifetime: the entry routine's globals, each family's hidden thread and window, and
+// the message pump that every wait of the library turns.
 #pragma once
 
 #include <winsock2.h>
 #include <windows.h>
 
+#include <cstddef>
+#include <cstdint>
+
 constexpr UINT WM_SOCKET_EVENT = WM_USER + 1;
 
 extern HMODULE g_hModule;
-extern HWND g_hSocksWindow;
 extern HWND g_hParentWindow;
+
+extern int32_t g_socksStartupCount;
+extern HANDLE g_hSocksThread;
+extern HWND g_hSocksWindow;
+extern int32_t g_socksThreadDone;
+
+// Serves at most one message of the calling thread's queue; returns at once when it is empty.
+void PumpOneMessage();
+
+using SocketEventHandler = int (*)(SOCKET socket, unsigned error, unsigned events);
+
+// What tells one family's hidden window apart from the other's. The fields point at the family's
+// own plain globals.
+struct HiddenWindowFamily {
+    const char* className;
+    HWND* window;
+    HANDLE* thread;
+    int32_t* threadDone;
+    int32_t* startupCount;
+    WNDPROC windowProcedure;
+    LPTHREAD_START_ROUTINE threadRoutine;
+};
+
+// The window procedure both families share, with the family's event handler.
+LRESULT HiddenWindowProcedure(const HiddenWindowFamily& family, SocketEventHandler onSocketEvent, HWND window,
+                              UINT message, WPARAM wParam, LPARAM lParam);
+// The body of a family's hidden thread: register the class, make the window, serve its messages.
+DWORD RunHiddenWindowThread(const HiddenWindowFamily& family);
+
+// Startup's copy of the family's dispatch table: the smaller of `size` and the table, where the
+// comparison is unsigned on the sign-extended size, so a negative size copies the whole table.
+void CopyDispatchTable(void* destination, int size, const void* table, size_t tableSize);
+
+// The first startup of a family starts its thread and waits, pumping, until its window exists.
+// Returns 0 when the thread could not be created.
+int StartHiddenWindow(const HiddenWindowFamily& family);

@@ -3,6 +3,8 @@
 #include <new>
 #include <type_traits>
 
+#include "dxsocks_types.h"
+#include "lifecycle.h"
 #include "socks_socket.h"
 
 CProxySocketManager* g_pProxySocketManager = nullptr;
@@ -45,4 +47,43 @@ void CProxySocketManager::RemoveSocket(SOCKET socket) {
     if (object == nullptr) return;
     Remove(object);
     ReleaseProxySocket(object);
+}
+
+// MinGW declares select with a non-const time-out, which it does not change.
+int CProxySocketManager::Select(int nfds, fd_set* readfds, fd_set* writefds, fd_set* exceptfds,
+                                const timeval* timeout) {
+    if (writefds == nullptr || writefds->fd_count == 0 || First() == nullptr) {
+        return select(nfds, readfds, writefds, exceptfds, const_cast<timeval*>(timeout));
+    }
+    fd_set managed = *writefds;
+    // The entry that moves into place i is not looked at: of two managed sockets side by side, the
+    // second stays in the set for the real select.
+    for (u_int i = 0; i < writefds->fd_count && i < FD_SETSIZE; ++i) {
+        if (FindSocket(writefds->fd_array[i]) == nullptr) continue;
+        for (u_int j = i + 1; j < writefds->fd_count && j < FD_SETSIZE; ++j) {
+            writefds->fd_array[j - 1] = writefds->fd_array[j];
+        }
+        --writefds->fd_count;
+    }
+    if (select(nfds, readfds, writefds, exceptfds, const_cast<timeval*>(timeout)) == SOCKET_ERROR) return SOCKET_ERROR;
+
+    for (u_int i = 0; i < managed.fd_count && i < FD_SETSIZE; ++i) {
+        CProxySocket* object = FindSocket(managed.fd_array[i]);
+        if (object == nullptr || object->state == kIdle) continue;
+        // No time limit here: the timeout served the real select only.
+        while (object->state != kEstablished) {
+            if (object->canceled) {
+                WSASetLastError(DXSOCKS_PASSWORD_CANCELLED);
+                return SOCKET_ERROR;
+            }
+            if (object->connectError != 0) {
+                WSASetLastError(static_cast<int>(object->connectError));
+                return SOCKET_ERROR;
+            }
+            if (object->state == kFailed) return SOCKET_ERROR;
+            PumpOneMessage();
+        }
+        if (writefds->fd_count < FD_SETSIZE) writefds->fd_array[writefds->fd_count++] = managed.fd_array[i];
+    }
+    return static_cast<int>(writefds->fd_count);
 }

@@ -18,6 +18,10 @@ public:
     CProxySocket* FindSocket(SOCKET socket) const;
     CProxySocket* FindOrAddSocket(SOCKET socket, int type);
     void RemoveSocket(SOCKET socket);
+
+    // select() for both stacks: a socket in mid-handshake is taken out of the write set, and the call
+    // waits, pumping messages, until its handshake ends.
+    int Select(int nfds, fd_set* readfds, fd_set* writefds, fd_set* exceptfds, const timeval* timeout);
 };
 
 extern CProxySocketManager* g_pProxySocketManager;

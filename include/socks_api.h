@@ -13,11 +13,79 @@ extern "C" {
 #endif
 
 /*
+ * accept() for a socket that BINDs through its proxy: reads the proxy's second reply (as an 8-byte
+ * SOCKS 4 packet, over as many calls as it takes) and returns s itself, which then needs one more
+ * SOCKS_closesocket. Returns INVALID_SOCKET with the WinSock error 10035 while the reply is
+ * incomplete, 10061 when it is not a grant. addr receives the peer the proxy reported; addr and
+ * addrlen may be null. Other sockets go to plain accept(). Always sets the WinSock error.
+ */
+DXSOCKS_API SOCKET SOCKS_accept(SOCKET s, struct sockaddr *addr, int *addrlen);
+
+/* bind() as a SOCKS BIND: name (non-null, IPv4, namelen bytes) is the peer expected to connect in. As SOCKS_BindEx. */
+DXSOCKS_API int SOCKS_bind(SOCKET s, const struct sockaddr *name, int namelen);
+
+/*
+ * closesocket() for sockets the library knows: the socket is closed, and its state freed, only on the
+ * last close owed (after a BIND's accept, two); otherwise returns 0 and leaves the socket open. A close
+ * during a handshake never closes. Other sockets go to plain closesocket().
+ */
+DXSOCKS_API int SOCKS_closesocket(SOCKET s);
+
+/*
+ * getsockname(): for a socket with a proxy, the proxy's address with port 0 after a CONNECT, or with
+ * the port the host gave to the BIND; at most *namelen bytes are written. name must not be null.
+ */
+DXSOCKS_API int SOCKS_getsockname(SOCKET s, struct sockaddr *name, int *namelen);
+
+/*
+ * ioctlsocket(); FIONBIO also makes the socket's handshake event driven or blocking. Returns 0, or
+ * the WinSock code itself on failure (not -1): 10014 when argument is null.
+ */
+DXSOCKS_API int SOCKS_ioctlsocket(SOCKET s, long command, u_long *argument);
+
+/* listen(): for a socket with a proxy nothing is asked of WinSock and the result is 0. */
+DXSOCKS_API int SOCKS_listen(SOCKET s, int backlog);
+
+/*
+ * select(): a socket of the write set that is in mid-handshake is held back and the call waits,
+ * without a time limit, until its handshake is established, then puts it back. Returns the count of
+ * the write set only; -1 with WinSock error 65534 (password prompt cancelled), with the prompt's
+ * error, or without an error when a handshake failed.
+ */
+DXSOCKS_API int SOCKS_select(int nfds, fd_set *readfds, fd_set *writefds, fd_set *exceptfds,
+                             const struct timeval *timeout);
+
+/*
+ * WSAAsyncSelect(): with FD_CONNECT among events, before a connect, the selection is kept and
+ * takes effect when the handshake ends: the outcome arrives as FD_CONNECT with the error in the
+ * upper 16 bits of lParam, and the other events are selected then. During a handshake the call is
+ * dropped (0). Returns 0, the result of WSAAsyncSelect, or 10038 when no state could be kept.
+ */
+DXSOCKS_API int SOCKS_WSAAsyncSelect(SOCKET s, HWND window, unsigned int message, long events);
+
+/*
+ * Starts the SOCKS family: the first call starts the hidden thread that runs non-blocking
+ * handshakes. table (may be null) receives up to size bytes of the family's 33 function pointers
+ * (264 bytes; a negative size copies all). Returns 1, or 0 when the thread could not be created.
+ * The host still calls WSAStartup itself.
+ */
+DXSOCKS_API int SOCKS_Startup(void *table, int size);
+
+/* Ends one SOCKS_Startup; the last one stops the hidden thread. Sockets are not closed. Returns 1. */
+DXSOCKS_API int SOCKS_Cleanup(void);
+
+/* Kept for old hosts: ignores its arguments and returns -1. Use SOCKS_SetProxyEx. */
+DXSOCKS_API int SOCKS_SetProtocolVersion(SOCKET s, unsigned int version);
+
+/*
  * Connects s to host:port through the socket's proxy (set by SOCKS_SetProxyEx). host is the
  * destination's name or dotted address (may be null only for a version 5 proxy, which then fails
  * the lookup); port is in host order. parent owns any prompt the call raises; family is ignored.
  * Returns 0 on success, -1 on failure. A blocking socket returns after the whole handshake:
- * on a SOCKS 4 refusal the WinSock error is 10061, on a failed lookup it is the lookup's code.
+ * on a SOCKS 4 refusal the WinSock error is 10061, on a failed lookup it is the lookup's code; a
+ * SOCKS 5 refusal leaves the WinSock error unset. A non-blocking socket returns 0 at once (not
+ * 10035): the outcome is posted as FD_CONNECT to the window given to SOCKS_WSAAsyncSelect, or
+ * SOCKS_select waits for it.
  * A socket that was given no proxy fails with -1 and leaves the WinSock error as it stood.
  * Without library state for s (INVALID_SOCKET) the WinSock error is 10038.
  */
@@ -41,11 +109,23 @@ DXSOCKS_API int SOCKS_SetProxy(SOCKET s, const struct sockaddr_in *proxy, int le
 DXSOCKS_API int SOCKS_SetProxyEx(SOCKET s, const struct sockaddr_in *proxy, int length, const char *userId,
                                  unsigned int version);
 
+/*
+ * Asks the socket's proxy to BIND for an incoming connection from host:port (host order). Use a
+ * non-blocking socket (SOCKS_WSAAsyncSelect or SOCKS_ioctlsocket FIONBIO first): the call waits,
+ * pumping the calling thread's messages, until the proxy has granted the request, and a refused or
+ * failed BIND never returns. Returns 0; -1 with WinSock error -1 when the password prompt was
+ * cancelled; or the positive 10038 with WinSock error 0 when the socket has no proxy or no state.
+ */
+DXSOCKS_API int SOCKS_BindEx(SOCKET s, const char *host, unsigned int port, HWND parent, int family);
+
 /* 1 if the user cancelled the password prompt of the last connect on s, else 0 (also for an unknown s). */
 DXSOCKS_API int SOCKS_ConnectCanceled(SOCKET s);
 
 /* The error recorded for s by a password prompt time-out (1460), else 0 (also for an unknown s). */
 DXSOCKS_API unsigned int SOCKS_GetConnectError(SOCKET s);
+
+/* Forgets the library's state for s (after a close in mid-handshake, say); does not close s. */
+DXSOCKS_API void SOCKS_CleanupSocket(SOCKET s);
 
 /*
  * Writes one line to the log with the prefix "DXSOCKS: ". format is a wsprintf format and must

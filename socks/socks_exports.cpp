@@ -1,4 +1,5 @@
-// SOCKS_* exports of the connect path, in ordinal order.
+// SOCKS_* exports, in ordinal order.
+#include <algorithm>
 #include <cstring>
 
 #include "lifecycle.h"
@@ -14,39 +15,324 @@ CSocksSocket* FindOrAddSocksSocket(SOCKET s) {
     return static_cast<CSocksSocket*>(g_pProxySocketManager->FindOrAddSocket(s, kSocksSocketType));
 }
 
-CSocksSocket* FindSocksSocket(SOCKET s) {
-    return static_cast<CSocksSocket*>(g_pProxySocketManager->FindSocket(s));
-}
+CSocksSocket* FindSocksSocket(SOCKET s) { return static_cast<CSocksSocket*>(g_pProxySocketManager->FindSocket(s)); }
 
 void LogBegin(const char* name, SOCKET s) {
     SOCKS_LogString("Begin func %s", name);
     SOCKS_LogString(" socket = %d", static_cast<int>(s));
 }
 
+void LogEnd(const char* name, int result) {
+    SOCKS_LogString(" result = %d", result);
+    SOCKS_LogString("End func %s", name);
+}
+
+void LogAddress(const char* format, const sockaddr* address) {
+    sockaddr_in shown = {};
+    if (address != nullptr) std::memcpy(&shown, address, sizeof shown);
+    SOCKS_LogString(format, inet_ntoa(shown.sin_addr), static_cast<int>(ntohs(shown.sin_port)));
+}
+
+// Writes `address` into the host's record, no more than the length it gave (when it gave one).
+void StoreAddress(const sockaddr_in& address, sockaddr* destination, const int* length) {
+    if (destination == nullptr) return;
+    size_t room = sizeof address;
+    if (length != nullptr && *length >= 0) room = std::min(room, static_cast<size_t>(*length));
+    std::memcpy(destination, &address, room);
+}
+
+// The text and host-order port of an address record, for the calls that take one.
+bool AddressRecordToHostPort(const sockaddr* name, int namelen, char* text, size_t size, unsigned* port) {
+    if (name == nullptr || namelen < static_cast<int>(sizeof(sockaddr_in))) return false;
+    AddressToNumericText(name, namelen, text, static_cast<int>(size));
+    *port = ntohs(reinterpret_cast<const sockaddr_in*>(name)->sin_port);
+    return true;
+}
+
+using AnyFunction = void (*)();
+template <typename Function>
+AnyFunction Slot(Function function) {
+    return reinterpret_cast<AnyFunction>(function);
+}
+
+// The dispatch table of SOCKS_Startup. Null slots are exports this build doesn't have.
+const AnyFunction kSocksDispatchTable[33] = {
+    Slot(SOCKS_accept),     Slot(SOCKS_bind),          Slot(SOCKS_closesocket),        Slot(SOCKS_connect),
+    Slot(SOCKS_getsockname), Slot(SOCKS_ioctlsocket),  Slot(SOCKS_listen),             Slot(SOCKS_select),
+    Slot(SOCKS_WSAAsyncSelect), Slot(SOCKS_Cleanup),   Slot(SOCKS_LogString),
+    nullptr,  // SOCKS_ConfigurationDialog
+    Slot(SOCKS_SetProxy),
+    nullptr,  // SOCKS_DetermineProxy
+    nullptr,  // SOCKS_DetectShims
+    nullptr,  // SOCKS_GetVersionInfo
+    Slot(SOCKS_SetProtocolVersion), Slot(SOCKS_SetLoggingCallback),
+    nullptr,  // SOCKS_SetPasswordCallback
+    Slot(SOCKS_SetLoggingCallbackEx), Slot(SOCKS_ConnectEx), Slot(SOCKS_BindEx), Slot(SOCKS_ConnectCanceled),
+    Slot(SOCKS_GetConnectError),
+    nullptr,  // SOCKS_DetermineProxyEx
+    nullptr,  // SOCKS_UseAddressFamily
+    nullptr,  // SOCKS_SetXMLConfig
+    nullptr,  // SOCKS_GetXMLConfig
+    nullptr,  // SOCKS_ShowXMLConfigDlg
+    Slot(SOCKS_CleanupSocket), Slot(SOCKS_SetProxyEx),
+    nullptr,  // SOCKS_ConnectTimeout
+    nullptr,  // SOCKS_SetParentHWND
+};
+
+LRESULT CALLBACK SocksHiddenWindowProcedure(HWND, UINT, WPARAM, LPARAM);
+DWORD WINAPI SocksHiddenThread(void*);
+
+const HiddenWindowFamily kSocksFamily = {
+    "ZELMONT_SOCKS_HIDDEN_WINDOW", &g_hSocksWindow,      &g_hSocksThread,   &g_socksThreadDone,
+    &g_socksStartupCount,          SocksHiddenWindowProcedure, SocksHiddenThread,
+};
+
+LRESULT CALLBACK SocksHiddenWindowProcedure(HWND window, UINT message, WPARAM wParam, LPARAM lParam) {
+    return HiddenWindowProcedure(kSocksFamily, socksHiddenOnSocketEvent, window, message, wParam, lParam);
+}
+
+DWORD WINAPI SocksHiddenThread(void*) { return RunHiddenWindowThread(kSocksFamily); }
+
 }  // namespace
+
+int socksHiddenOnSocketEvent(SOCKET s, unsigned error, unsigned events) {
+    SOCKS_LogString("socksHiddenOnSocketEvent(socket:%d,error:%d,FD event:%x)", static_cast<int>(s),
+                    static_cast<int>(error), events);
+    CSocksSocket* object = FindSocksSocket(s);
+    if (object == nullptr) return 1;
+    // An FD_CONNECT that carries an error does nothing: the host's own time-out ends its wait.
+    if ((events & FD_CONNECT) && error == 0) {
+        object->OnConnected();
+        error = static_cast<unsigned>(object->ProcessState());
+        if (error != 0) SOCKS_LogString("socksHiddenOnSocketEvent(FD_CONNECT). Error %d", static_cast<int>(error));
+    }
+    if ((events & FD_READ) && error == 0 && object->state != kEstablished) {
+        int result = object->ProcessState();
+        if (result != 0) SOCKS_LogString("socksHiddenOnSocketEvent(FD_READ). Error %d", result);
+    }
+    return 1;
+}
 
 extern "C" {
 
-int SOCKS_connect(SOCKET s, const sockaddr* name, int namelen) {
-    LogBegin("SOCKS_connect", s);
+SOCKET SOCKS_accept(SOCKET s, sockaddr* addr, int* addrlen) {
+    LogBegin("SOCKS_accept", s);
+    LogAddress("Begin addr %s:%d", addr);
+    CSocksSocket* object = FindSocksSocket(s);
+    SOCKET result;
+    int error = 0;
+    if (object == nullptr || !object->useProxy) {
+        result = accept(s, addr, addrlen);
+        error = WSAGetLastError();
+    } else {
+        // The second reply of a BIND, read as an 8-byte SOCKS 4 packet whichever version ran; the read
+        // goes on over several calls.
+        if (object->readPointer == nullptr || object->bytesRead >= object->bytesRequested) {
+            object->readPointer = object->receiveBuffer;
+            object->bytesRead = 0;
+            object->bytesRequested = kSocks4PacketSize;
+        }
+        int received = recv(s, reinterpret_cast<char*>(object->readPointer),
+                            object->bytesRequested - object->bytesRead, 0);
+        if (received == SOCKET_ERROR) {
+            result = INVALID_SOCKET;
+            error = WSAGetLastError();
+        } else {
+            object->readPointer += received;
+            object->bytesRead += received;
+            SOCKS_LogString("* * * * * received %d, total %d, requested %d", received, object->bytesRead,
+                            object->bytesRequested);
+            if (object->bytesRead < object->bytesRequested) {
+                result = INVALID_SOCKET;
+                error = WSAEWOULDBLOCK;
+            } else {
+                object->readPointer = nullptr;
+                object->bytesRead = 0;
+                object->bytesRequested = 0;
+                const uint8_t* reply = object->receiveBuffer;
+                if (reply[1] == kSocks4Granted || reply[0] == kSocks4Granted) {
+                    sockaddr_in peer = {};
+                    peer.sin_family = AF_INET;
+                    std::memcpy(&peer.sin_port, reply + 2, 2);
+                    std::memcpy(&peer.sin_addr, reply + 4, 4);
+                    StoreAddress(peer, addr, addrlen);
+                    // The accepted connection is this same handle, so it needs one more close.
+                    ++object->useCount;
+                    result = s;
+                } else {
+                    result = INVALID_SOCKET;
+                    error = WSAECONNREFUSED;
+                }
+            }
+        }
+    }
+    LogAddress("End addr %s:%d", addr);
+    SOCKS_LogString("WinSock Error = %d", error);
+    LogEnd("SOCKS_accept", static_cast<int>(result));
+    WSASetLastError(error);
+    return result;
+}
+
+int SOCKS_bind(SOCKET s, const sockaddr* name, int namelen) {
+    LogBegin("SOCKS_bind", s);
+    char text[kTargetHostSize] = {};
+    unsigned port = 0;
     int result;
-    if (name == nullptr || namelen < static_cast<int>(sizeof(sockaddr_in))) {
-        // No address record to read a port from.
+    if (AddressRecordToHostPort(name, namelen, text, sizeof text, &port)) {
+        result = SOCKS_BindEx(s, text, port, nullptr, AF_INET);
+    } else {
         result = SOCKET_ERROR;
         WSASetLastError(WSAEFAULT);
-    } else {
-        char text[kTargetHostSize] = {};
-        AddressToNumericText(name, namelen, text, sizeof text);
-        unsigned port = ntohs(reinterpret_cast<const sockaddr_in*>(name)->sin_port);
+    }
+    SOCKS_LogString("End func %s", "SOCKS_bind");
+    return result;
+}
+
+int SOCKS_closesocket(SOCKET s) {
+    LogBegin("SOCKS_closesocket", s);
+    CSocksSocket* object = FindSocksSocket(s);
+    if (object != nullptr) {
+        // A close in mid-handshake, or one of several owed, leaves socket and object alive.
+        if (object->ReleaseSocket() == 0) {
+            LogEnd("SOCKS_closesocket", 0);
+            return 0;
+        }
+        SOCKS_LogString("g_pProxySocketManager->RemoveSocket(s)");
+        g_pProxySocketManager->RemoveSocket(s);
+    }
+    int result = closesocket(s);
+    LogEnd("SOCKS_closesocket", result);
+    return result;
+}
+
+int SOCKS_connect(SOCKET s, const sockaddr* name, int namelen) {
+    LogBegin("SOCKS_connect", s);
+    char text[kTargetHostSize] = {};
+    unsigned port = 0;
+    int result;
+    if (AddressRecordToHostPort(name, namelen, text, sizeof text, &port)) {
         result = SOCKS_ConnectEx(s, text, port, nullptr, AF_INET);
+    } else {
+        result = SOCKET_ERROR;
+        WSASetLastError(WSAEFAULT);
     }
     SOCKS_LogString("End func %s", "SOCKS_connect");
     return result;
 }
 
+int SOCKS_getsockname(SOCKET s, sockaddr* name, int* namelen) {
+    LogBegin("SOCKS_getsockname", s);
+    LogAddress("Begin addr %s:%d", name);
+    CSocksSocket* object = FindSocksSocket(s);
+    int result = 0;
+    if (object != nullptr && object->useProxy && name != nullptr) {
+        SOCKS_LogString("calling CSocksSocket::GetSockName");
+        object->GetSockName(name, namelen);
+    } else {
+        SOCKS_LogString("calling ::getsockname");
+        result = getsockname(s, name, namelen);
+    }
+    LogAddress("End addr %s:%d", name);
+    LogEnd("SOCKS_getsockname", result);
+    return result;
+}
+
+int SOCKS_ioctlsocket(SOCKET s, long command, u_long* argument) {
+    LogBegin("SOCKS_ioctlsocket", s);
+    int result;
+    if (argument == nullptr) {
+        WSASetLastError(WSAEFAULT);
+        result = WSAEFAULT;
+    } else {
+        if (command == static_cast<long>(FIONBIO)) {
+            CSocksSocket* object = FindOrAddSocksSocket(s);
+            // INVALID_SOCKET gets no object; the real call then reports the handle.
+            if (object != nullptr) object->asyncMode = *argument != 0 ? 1 : 0;
+            SOCKS_LogString(*argument != 0 ? " set socket non-blocking" : " set socket blocking");
+        }
+        result = ioctlsocket(s, command, argument);
+        if (result == SOCKET_ERROR) result = WSAGetLastError();
+    }
+    LogEnd("SOCKS_ioctlsocket", result);
+    return result;
+}
+
+int SOCKS_listen(SOCKET s, int backlog) {
+    LogBegin("SOCKS_listen", s);
+    CSocksSocket* object = FindSocksSocket(s);
+    int result = 0;
+    if (object != nullptr && object->useProxy) {
+        object->readPointer = nullptr;
+        object->bytesRead = 0;
+        object->bytesRequested = 0;
+    } else {
+        result = listen(s, backlog);
+    }
+    LogEnd("SOCKS_listen", result);
+    return result;
+}
+
+int SOCKS_select(int nfds, fd_set* readfds, fd_set* writefds, fd_set* exceptfds, const timeval* timeout) {
+    SOCKS_LogString("Begin func %s", "SOCKS_select");
+    int result = g_pProxySocketManager->Select(nfds, readfds, writefds, exceptfds, timeout);
+    SOCKS_LogString("End func %s", "SOCKS_select");
+    return result;
+}
+
+int SOCKS_WSAAsyncSelect(SOCKET s, HWND window, unsigned int message, long events) {
+    LogBegin("SOCKS_WSAAsyncSelect", s);
+    SOCKS_LogString(" %p, %x, %x", window, message, static_cast<unsigned>(events));
+    CSocksSocket* object = FindSocksSocket(s);
+    int result = 0;
+    if (object == nullptr && (events & FD_CONNECT)) {
+        object = static_cast<CSocksSocket*>(g_pProxySocketManager->AddSocket(s, kSocksSocketType));
+        SOCKS_LogString("pSocket->PushAsyncSelect");
+        if (object != nullptr) {
+            object->PushAsyncSelect(window, message, static_cast<unsigned>(events));
+        } else {
+            result = WSAENOTSOCK;
+        }
+    } else if (object == nullptr || object->state == kEstablished) {
+        SOCKS_LogString("calling ::WSAAsyncSelect");
+        result = WSAAsyncSelect(s, window, message, events);
+    } else if (object->state == kIdle) {
+        SOCKS_LogString("pSocket->PushAsyncSelect");
+        object->PushAsyncSelect(window, message, static_cast<unsigned>(events));
+    } else {
+        // During a handshake, or after a failed one, the host's selection is dropped.
+        SOCKS_LogString("do nothing");
+    }
+    LogEnd("SOCKS_WSAAsyncSelect", result);
+    return result;
+}
+
+int SOCKS_Startup(void* table, int size) {
+    SOCKS_LogString("Begin func %s", "SOCKS_Startup");
+    CopyDispatchTable(table, size, kSocksDispatchTable, sizeof kSocksDispatchTable);
+    if (!StartHiddenWindow(kSocksFamily)) return 0;
+    ++g_socksStartupCount;
+    SOCKS_LogString("End func %s", "SOCKS_Startup");
+    return 1;
+}
+
+int SOCKS_Cleanup(void) {
+    SOCKS_LogString("Begin func %s", "SOCKS_Cleanup");
+    --g_socksStartupCount;
+    if (g_socksStartupCount == 0 && IsWindow(g_hSocksWindow)) {
+        g_socksThreadDone = 0;
+        PostMessageA(g_hSocksWindow, WM_CLOSE, 0, 0);
+        // No time limit: a hidden thread that never ends keeps this call here.
+        while (IsWindow(g_hSocksWindow) || !g_socksThreadDone) PumpOneMessage();
+    }
+    SOCKS_LogString("End func %s", "SOCKS_Cleanup");
+    return 1;
+}
+
 int SOCKS_SetProxy(SOCKET s, const sockaddr_in* proxy, int length, const char* userId) {
     return SOCKS_SetProxyEx(s, proxy, length, userId, 4);
 }
+
+int SOCKS_SetProtocolVersion(SOCKET, unsigned int) { return -1; }
 
 int SOCKS_ConnectEx(SOCKET s, const char* host, unsigned int port, HWND parent, int family) {
     LogBegin("SOCKS_ConnectEx", s);
@@ -68,9 +354,42 @@ int SOCKS_ConnectEx(SOCKET s, const char* host, unsigned int port, HWND parent, 
     int result = code == 0 ? 0 : SOCKET_ERROR;
     SOCKS_LogString("End host:port %s:%d", host, static_cast<int>(port));
     SOCKS_LogString("WinSock Error = %d", code);
-    SOCKS_LogString(" result = %d", result);
-    SOCKS_LogString("End func %s", "SOCKS_ConnectEx");
+    LogEnd("SOCKS_ConnectEx", result);
     if (code > 0) WSASetLastError(code);
+    return result;
+}
+
+int SOCKS_BindEx(SOCKET s, const char* host, unsigned int port, HWND parent, int family) {
+    LogBegin("SOCKS_BindEx", s);
+    SOCKS_LogString("Begin host:port %s:%d", host, static_cast<int>(port));
+    CSocksSocket* object = FindOrAddSocksSocket(s);
+    int code = 0;
+    int result;
+    if (object == nullptr || !object->proxyChosen) {
+        // Positive, with a WinSock error of 0.
+        result = WSAENOTSOCK;
+    } else {
+        unsigned error = 0;
+        object->StartConnect(kCommandBind, host, port, parent, &error);
+        code = static_cast<int>(error);
+        // Only a granted request or a cancelled prompt ends this wait; the hidden thread does the work.
+        while (object->state != kEstablished) {
+            if (object->canceled) {
+                code = -1;
+                WSASetLastError(DXSOCKS_PASSWORD_CANCELLED);
+                break;
+            }
+            PumpOneMessage();
+        }
+        object->readPointer = nullptr;
+        object->bytesRead = 0;
+        object->bytesRequested = 0;
+        result = code == 0 ? 0 : SOCKET_ERROR;
+    }
+    SOCKS_LogString("End host:port %s:%d", host, static_cast<int>(port));
+    SOCKS_LogString("WinSock Error = %d", code);
+    LogEnd("SOCKS_BindEx", result);
+    WSASetLastError(code);
     return result;
 }
 
@@ -78,8 +397,7 @@ int SOCKS_ConnectCanceled(SOCKET s) {
     LogBegin("SOCKS_ConnectCanceled", s);
     CSocksSocket* object = FindSocksSocket(s);
     int result = object != nullptr ? object->canceled : 0;
-    SOCKS_LogString(" result = %d", result);
-    SOCKS_LogString("End func %s", "SOCKS_ConnectCanceled");
+    LogEnd("SOCKS_ConnectCanceled", result);
     return result;
 }
 
@@ -87,9 +405,19 @@ unsigned int SOCKS_GetConnectError(SOCKET s) {
     LogBegin("SOCKS_GetConnectError", s);
     CSocksSocket* object = FindSocksSocket(s);
     unsigned result = object != nullptr ? object->connectError : 0;
-    SOCKS_LogString(" result = %d", static_cast<int>(result));
-    SOCKS_LogString("End func %s", "SOCKS_GetConnectError");
+    LogEnd("SOCKS_GetConnectError", static_cast<int>(result));
     return result;
+}
+
+void SOCKS_CleanupSocket(SOCKET s) {
+    LogBegin("SOCKS_CleanupSocket", s);
+    CSocksSocket* object = FindSocksSocket(s);
+    if (object != nullptr) {
+        object->ReleaseSocket();
+        SOCKS_LogString("g_pProxySocketManager->RemoveSocket(s)");
+        g_pProxySocketManager->RemoveSocket(s);
+    }
+    SOCKS_LogString("End func %s", "SOCKS_CleanupSocket");
 }
 
 int SOCKS_SetProxyEx(SOCKET s, const sockaddr_in* proxy, int length, const char* userId, unsigned int version) {

@@ -2,11 +2,13 @@
 
 #include <cstdio>
 #include <cstring>
+#include <new>
 
 #include "bounded_text.h"
 #include "lifecycle.h"
 #include "log.h"
 #include "resolver.h"
+#include "socks5_wire.h"
 
 namespace {
 
@@ -102,6 +104,7 @@ int CSocksSocket::ProcessState() {
     }
     int result = 0;
     if (protocolVersion == 4) result = ProcessSocks4State();
+    if (protocolVersion == 5) result = ProcessSocks5State();
     inProcessState = 0;
     return result;
 }
@@ -159,6 +162,133 @@ int CSocksSocket::CheckSocks4Reply() {
     state = kEstablished;
     return 0;
 }
+
+int CSocksSocket::ProcessSocks5State() {
+    switch (state) {
+        case kConnected: {
+            int result = SendMethodSelect();
+            state = result == 0 ? kAwaitMethodReply : kFailed;
+            return result;
+        }
+        case kAwaitMethodReply: {
+            int error = PeekReply(2, false);
+            if (error != 0) return FailHandshake(error);
+            // A reply that doesn't begin with 5 is dropped, and the state waits on.
+            if (receiveBuffer[0] == kSocks5Version) {
+                int result = OnMethodRecv();
+                if (result != 0) error = FailHandshake(result);
+            }
+            receiveBuffer[0] = 0;
+            receiveBuffer[1] = 0;
+            bytesRequested = 0;
+            return error;
+        }
+        case kAwaitPasswordStatus: {
+            int error = PeekReply(2, false);
+            if (error != 0 || receiveBuffer[1] != 0) return FailHandshake(error);
+            int result = SendSocks5Request();
+            if (result != 0) return FailHandshake(result);
+            state = kAwaitConnectReply;
+            return 0;
+        }
+        case kAwaitConnectReply: {
+            int error = PeekReply(3, true);
+            if (error != 0 || receiveBuffer[1] != 0) return FailHandshake(error);
+            ConnectFinished(0);
+            state = kEstablished;
+            return 0;
+        }
+        default:
+            return -1;
+    }
+}
+
+// Peeks up to `tries` times while the proxy has sent nothing yet, then reads what the peek saw, or 10
+// bytes of a granted connect reply. A proxy that closed shows as nothing seen and no error: then no
+// read happens, and what the buffer held before decides.
+int CSocksSocket::PeekReply(int tries, bool tenWhenGranted) {
+    unsigned error = 0;
+    int seen = 0;
+    for (int calls = 0; calls < tries; ++calls) {
+        seen = SocketPeek(&error);
+        if (error != static_cast<unsigned>(kWouldBlock)) break;
+    }
+    if (seen != 0 && error != static_cast<unsigned>(-1) && error != static_cast<unsigned>(kWouldBlock)) {
+        StartReading(tenWhenGranted && receiveBuffer[1] == 0 ? 10 : seen);
+        error = static_cast<unsigned>(OnRead());
+    }
+    return static_cast<int>(error);
+}
+
+// Every version 5 failure reaches the host as a refusal, whatever the cause was.
+int CSocksSocket::FailHandshake(int error) {
+    state = kFailed;
+    ConnectFinished(WSAECONNREFUSED);
+    return error;
+}
+
+int CSocksSocket::SendMethodSelect() {
+    uint8_t select[kMethodSelectMaxSize];
+    size_t size = BuildSocks5MethodSelect(userId[0] != '\0', select);
+    SOCKS_LogString("CSocksSocket::ProcessState - Sending SOCKSv5 method select header.");
+    int result = Send(select, static_cast<int>(size));
+    state = kAwaitMethodReply;
+    return result;
+}
+
+int CSocksSocket::SendSocks5Request() {
+    uint32_t address = AddressOf(targetAddress);
+    size_t nameLength = std::strlen(targetHost);
+    Socks5RequestLayout layout = LayoutSocks5Request(address, nameLength);
+    auto* request = new (std::nothrow) uint8_t[layout.size]();
+    if (request == nullptr) return WSAEINVAL;
+    if (layout.addressType == kAddressTypeName && nameLength == 0) {
+        delete[] request;
+        return WSAEINVAL;
+    }
+    WriteSocks5Request(layout, static_cast<uint8_t>(command), address, targetAddress.sin_port, targetHost,
+                       nameLength, targetPort, request);
+    SOCKS_LogString("CSocksSocket::ProcessState - Sending SOCKS protocol header.");
+    int result = Send(request, static_cast<int>(layout.size));
+    delete[] request;
+    return result;
+}
+
+int CSocksSocket::OnMethodRecv() {
+    switch (receiveBuffer[1]) {
+        case kMethodNoAuthentication: {
+            int result = SendSocks5Request();
+            state = result == 0 ? kAwaitConnectReply : kFailed;
+            return result;
+        }
+        case kMethodGssapi:
+            state = kGssapiRefused;
+            return -1;
+        case kMethodUserPassword:
+            break;
+        default:
+            return -1;
+    }
+    SOCKS_LogString("CSocksSocket::OnMethodRecv - Requesting Password.");
+    char proxyText[kTargetHostSize] = {};
+    AddressToNumericText(reinterpret_cast<const sockaddr*>(&proxyAddress), sizeof proxyAddress, proxyText,
+                         sizeof proxyText);
+    if (!AskPassword()) {
+        if (passwordTimedOut) {
+            SOCKS_LogString("CSocksSocket::OnMethodRecv - Password dialog timeout.");
+            ConnectFinished(ERROR_TIMEOUT);
+        } else {
+            canceled = 1;
+            SOCKS_LogString("CSocksSocket::OnMethodRecv - Password dialog cancelled.");
+            ConnectFinished(DXSOCKS_PASSWORD_CANCELLED);
+        }
+    }
+    state = kFailed;
+    return -1;
+}
+
+// No host password callback and no prompt of the UI library: the prompt counts as declined.
+bool CSocksSocket::AskPassword() { return false; }
 
 void CSocksSocket::StartReading(int count) {
     SOCKS_LogString("CSocksSocket::StartReading");
@@ -272,6 +402,18 @@ void CSocksSocket::PushAsyncSelect(HWND window, unsigned message, unsigned event
 }
 
 void CSocksSocket::OnConnected() { state = kConnected; }
+
+// The proxy's address, with the port the host gave for a BIND: what the host hands its peer. The
+// address the proxy bound is not used.
+void CSocksSocket::GetSockName(sockaddr* name, int* length) {
+    sockaddr_in local = {};
+    local.sin_family = AF_INET;
+    local.sin_addr = proxyAddress.sin_addr;
+    local.sin_port = command == kCommandConnect ? 0 : targetAddress.sin_port;
+    size_t room = sizeof local;
+    if (length != nullptr && *length >= 0 && static_cast<size_t>(*length) < room) room = static_cast<size_t>(*length);
+    std::memcpy(name, &local, room);
+}
 
 int CSocksSocket::ReleaseSocket() {
     uint32_t noted = state;

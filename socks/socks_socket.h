@@ -17,6 +17,10 @@ public:
     int ProcessSocks4State();
     int SendSocks4Request();
     int CheckSocks4Reply();
+    int ProcessSocks5State();
+    int SendMethodSelect();
+    int SendSocks5Request();
+    int OnMethodRecv();
     void StartReading(int count);
     int OnRead();
     int SocketPeek(unsigned* error);
@@ -24,10 +28,19 @@ public:
     void ConnectFinished(unsigned error);
     void PushAsyncSelect(HWND window, unsigned message, unsigned events);
     void OnConnected();
+    void GetSockName(sockaddr* name, int* length);
     int ReleaseSocket();
 
     uint8_t socks4Packet[kSocks4PacketSize] = {};
     uint32_t protocolVersion = 4;
     HANDLE identityHandle = nullptr;
     uint32_t identityLocalPort = 0;
+
+private:
+    int PeekReply(int tries, bool tenWhenGranted);
+    int FailHandshake(int error);
+    bool AskPassword();
 };
+
+// Socket events of the SOCKS hidden window: one handshake step per FD_CONNECT or FD_READ.
+int socksHiddenOnSocketEvent(SOCKET socket, unsigned error, unsigned events);

@@ -1,0 +1,60 @@
+#include "host_window.h"
+
+namespace dxtest {
+namespace {
+const char kClassName[] = "DXTEST_HOST_WINDOW";
+}
+
+HostWindow::HostWindow() {
+    WNDCLASSA windowClass = {};
+    windowClass.lpfnWndProc = &HostWindow::Procedure;
+    windowClass.hInstance = GetModuleHandleA(nullptr);
+    windowClass.lpszClassName = kClassName;
+    RegisterClassA(&windowClass);  // fails harmlessly when a earlier test registered it
+    window_ = CreateWindowExA(0, kClassName, "", 0, 0, 0, 0, 0, nullptr, nullptr, GetModuleHandleA(nullptr), nullptr);
+    SetWindowLongPtrA(window_, GWLP_USERDATA, reinterpret_cast<LONG_PTR>(this));
+}
+
+HostWindow::~HostWindow() {
+    DestroyWindow(window_);
+    MSG message;
+    while (PeekMessageA(&message, nullptr, 0, 0, PM_REMOVE)) DispatchMessageA(&message);
+}
+
+LRESULT CALLBACK HostWindow::Procedure(HWND window, UINT message, WPARAM wParam, LPARAM lParam) {
+    auto* self = reinterpret_cast<HostWindow*>(GetWindowLongPtrA(window, GWLP_USERDATA));
+    if (self != nullptr && message == kSocketMessage) {
+        self->messages_.push_back({message, wParam, lParam});
+        return 0;
+    }
+    return DefWindowProcA(window, message, wParam, lParam);
+}
+
+std::vector<PostedMessage> HostWindow::SocketMessages(SOCKET s) const {
+    std::vector<PostedMessage> result;
+    for (const auto& posted : messages_) {
+        if (posted.wParam == static_cast<WPARAM>(s)) result.push_back(posted);
+    }
+    return result;
+}
+
+bool HostWindow::PumpUntil(const std::function<bool()>& done, int timeoutMs) {
+    DWORD start = GetTickCount();
+    for (;;) {
+        MSG message;
+        while (PeekMessageA(&message, nullptr, 0, 0, PM_REMOVE)) {
+            TranslateMessage(&message);
+            DispatchMessageA(&message);
+        }
+        if (done()) return true;
+        int left = timeoutMs - static_cast<int>(GetTickCount() - start);
+        if (left <= 0) return false;
+        MsgWaitForMultipleObjects(0, nullptr, FALSE, static_cast<DWORD>(left < 20 ? left : 20), QS_ALLINPUT);
+    }
+}
+
+void HostWindow::PumpFor(int ms) {
+    PumpUntil([] { return false; }, ms);
+}
+
+}  // namespace dxtest
