@@ -55,7 +55,7 @@ struct CProxySocket : CListNode {
     uint8_t* readPointer = nullptr;
     int32_t bytesRead = 0;
     int32_t bytesRequested = 0;
-    uint8_t receiveBuffer[kReceiveBufferSize];
+    uint8_t receiveBuffer[kReceiveBufferSize] = {};  // zeroed, so that no step reads an indeterminate byte
     HWND asyncWindow = nullptr;
     uint32_t asyncMessage = 0;
     uint32_t asyncEvents = 0;

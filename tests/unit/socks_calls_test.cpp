@@ -1,0 +1,979 @@
+// The SOCKS socket calls where the outcome shows in the socket objects: state, useCount and the
+// fields of a read or of a stored selection. Objects are made through the exports or the registry and
+// their fields set by hand, so every state is reached without a proxy.
+#include <gtest/gtest.h>
+
+#include <cstring>
+#include <string>
+#include <vector>
+
+#include "bench.h"
+#include "host_window.h"
+#include "lifecycle.h"
+#include "log_capture.h"
+#include "proxy_socket_manager.h"
+#include "socks_api.h"
+#include "socks_socket.h"
+
+namespace {
+
+using Lines = std::vector<std::string>;
+
+std::string Line(const std::string& text) { return "DXSOCKS: " + text; }
+
+sockaddr_in Address(const char* dotted, uint16_t port) {
+    sockaddr_in address = {};
+    address.sin_family = AF_INET;
+    address.sin_port = htons(port);
+    address.sin_addr.s_addr = inet_addr(dotted);
+    return address;
+}
+
+std::string Dotted(const sockaddr_in& address) { return inet_ntoa(address.sin_addr); }
+
+// A handle that WinSock no longer knows: the socket was made and closed again.
+SOCKET ClosedHandle() {
+    SOCKET s = dxtest::MakeTcpSocket();
+    closesocket(s);
+    return s;
+}
+
+bool IsOpen(SOCKET s) {
+    int type = 0;
+    int length = sizeof type;
+    return getsockopt(s, SOL_SOCKET, SO_TYPE, reinterpret_cast<char*>(&type), &length) == 0;
+}
+
+bool IsListening(SOCKET s) {
+    BOOL listening = FALSE;
+    int length = sizeof listening;
+    getsockopt(s, SOL_SOCKET, SO_ACCEPTCONN, reinterpret_cast<char*>(&listening), &length);
+    return listening != FALSE;
+}
+
+bool ReadableWithin(SOCKET s, int ms) {
+    fd_set readable;
+    FD_ZERO(&readable);
+    FD_SET(s, &readable);
+    timeval wait = {ms / 1000, (ms % 1000) * 1000};
+    return select(0, &readable, nullptr, nullptr, &wait) == 1;
+}
+
+std::vector<SOCKET> Entries(const fd_set& set) { return {set.fd_array, set.fd_array + set.fd_count}; }
+
+fd_set SetOf(const std::vector<SOCKET>& sockets) {
+    fd_set set;
+    FD_ZERO(&set);
+    for (SOCKET s : sockets) set.fd_array[set.fd_count++] = s;
+    return set;
+}
+
+constexpr int kEarlierError = 4242;
+
+// The WinSock error that the real select leaves behind on a writable socket, when kEarlierError stood
+// before it: what a caller finds when Select fails without writing an error.
+int ErrorLeftByTheRealSelect(SOCKET writable) {
+    fd_set writes = SetOf({writable});
+    timeval zero = {0, 0};
+    WSASetLastError(kEarlierError);
+    select(0, nullptr, &writes, nullptr, &zero);
+    return WSAGetLastError();
+}
+
+class SocksCallsTest : public ::testing::Test {
+protected:
+    void SetUp() override {
+        g_pProxySocketManager = new CProxySocketManager();
+        listener = dxtest::MakeTcpSocket();
+        sockaddr_in any = Address("127.0.0.1", 0);
+        ASSERT_EQ(bind(listener, reinterpret_cast<sockaddr*>(&any), sizeof any), 0);
+        ASSERT_EQ(listen(listener, SOMAXCONN), 0);
+        int length = sizeof listenAddress;
+        ASSERT_EQ(getsockname(listener, reinterpret_cast<sockaddr*>(&listenAddress), &length), 0);
+    }
+    void TearDown() override {
+        for (SOCKET s : owned) closesocket(s);
+        closesocket(listener);
+        delete g_pProxySocketManager;
+        g_pProxySocketManager = nullptr;
+    }
+
+    SOCKET Own(SOCKET s) {
+        owned.push_back(s);
+        return s;
+    }
+    SOCKET Socket() { return Own(dxtest::MakeTcpSocket()); }
+
+    // A connected pair on loopback: the host's socket and the far end that plays the proxy.
+    struct Pair {
+        SOCKET host = INVALID_SOCKET;
+        SOCKET proxy = INVALID_SOCKET;
+    };
+    Pair Connected() {
+        Pair pair;
+        pair.host = Socket();
+        EXPECT_EQ(connect(pair.host, reinterpret_cast<sockaddr*>(&listenAddress), sizeof listenAddress), 0);
+        pair.proxy = Own(accept(listener, nullptr, nullptr));
+        EXPECT_NE(pair.proxy, INVALID_SOCKET);
+        // Bounds every blocking read of the host's socket.
+        DWORD limit = 5000;
+        setsockopt(pair.host, SOL_SOCKET, SO_RCVTIMEO, reinterpret_cast<const char*>(&limit), sizeof limit);
+        return pair;
+    }
+
+    CSocksSocket* Add(SOCKET s) {
+        return static_cast<CSocksSocket*>(g_pProxySocketManager->AddSocket(s, kSocksSocketType));
+    }
+    CSocksSocket* Find(SOCKET s) { return static_cast<CSocksSocket*>(g_pProxySocketManager->FindSocket(s)); }
+    // An object with a proxy, as SOCKS_SetProxyEx leaves it.
+    CSocksSocket* Proxied(SOCKET s) {
+        sockaddr_in proxy = Address("10.1.2.3", 1080);
+        EXPECT_EQ(SOCKS_SetProxyEx(s, &proxy, sizeof proxy, "", 4), 0);
+        return Find(s);
+    }
+
+    static std::string N(SOCKET s) { return std::to_string(static_cast<int>(s)); }
+
+    std::vector<SOCKET> owned;
+    SOCKET listener = INVALID_SOCKET;
+    sockaddr_in listenAddress = {};
+};
+
+// ---- SOCKS_closesocket and SOCKS_CleanupSocket ----
+
+TEST_F(SocksCallsTest, CloseSocketByStateAndUseCount) {
+    struct Case {
+        uint32_t state;
+        int32_t useCount;
+        bool firstCloses;
+        bool secondCloses;  // when the first didn't
+    };
+    const Case cases[] = {
+        {kIdle, 1, true, false},         {kFinished, 1, true, false},       {kEstablished, 1, true, false},
+        {kIdle, 2, false, true},         {kFinished, 2, false, true},       {kEstablished, 2, false, true},
+        // Never connected: the count goes below zero and no close ever reaches WinSock.
+        {kIdle, 0, false, false},
+        // In mid-handshake the close only lowers the count; the state it leaves is idle.
+        {kConnected, 1, false, false},   {kConnecting, 1, false, false},    {kAwaitSocks4Reply, 1, false, false},
+        {kAwaitMethodReply, 1, false, false}, {kGssapiRefused, 1, false, false},
+        {kAwaitPasswordStatus, 1, false, false}, {7, 1, false, false},      {kAwaitConnectReply, 1, false, false},
+        {kFailed, 1, false, false},      {kAwaitSocks4Reply, 2, false, true}, {kFailed, 2, false, true},
+    };
+    for (const Case& c : cases) {
+        SCOPED_TRACE("state " + std::to_string(c.state) + ", useCount " + std::to_string(c.useCount));
+        SOCKET s = Socket();
+        CSocksSocket* object = Add(s);
+        object->state = c.state;
+        object->useCount = c.useCount;
+        dxtest::LogCapture capture;
+        EXPECT_EQ(SOCKS_closesocket(s), 0);
+        if (c.firstCloses) {
+            EXPECT_EQ(Find(s), nullptr);
+            EXPECT_FALSE(IsOpen(s));
+            Lines expected = {Line("Begin func SOCKS_closesocket"), Line(" socket = " + N(s)),
+                              Line("g_pProxySocketManager->RemoveSocket(s)"), Line(" result = 0"),
+                              Line("End func SOCKS_closesocket")};
+            EXPECT_EQ(capture.Lines(), expected);
+            continue;
+        }
+        ASSERT_EQ(Find(s), object);
+        EXPECT_EQ(object->state, kIdle);
+        EXPECT_EQ(object->useCount, c.useCount - 1);
+        EXPECT_TRUE(IsOpen(s));
+        Lines expected = {Line("Begin func SOCKS_closesocket"), Line(" socket = " + N(s)), Line(" result = 0"),
+                          Line("End func SOCKS_closesocket")};
+        EXPECT_EQ(capture.Lines(), expected);
+
+        EXPECT_EQ(SOCKS_closesocket(s), 0);
+        EXPECT_EQ(IsOpen(s), !c.secondCloses);
+        EXPECT_EQ(Find(s) == nullptr, c.secondCloses);
+    }
+}
+
+TEST_F(SocksCallsTest, CloseSocketWithoutAnObjectIsThePlainClose) {
+    SOCKET s = Socket();
+    dxtest::LogCapture capture;
+    EXPECT_EQ(SOCKS_closesocket(s), 0);
+    EXPECT_FALSE(IsOpen(s));
+    Lines expected = {Line("Begin func SOCKS_closesocket"), Line(" socket = " + N(s)), Line(" result = 0"),
+                      Line("End func SOCKS_closesocket")};
+    EXPECT_EQ(capture.Lines(), expected);
+
+    SOCKET gone = ClosedHandle();
+    EXPECT_EQ(SOCKS_closesocket(gone), SOCKET_ERROR);
+    EXPECT_EQ(WSAGetLastError(), WSAENOTSOCK);
+}
+
+TEST_F(SocksCallsTest, CleanupSocketForgetsTheObjectWhateverTheCloseSaysAndLeavesTheSocketOpen) {
+    struct Case {
+        uint32_t state;
+        int32_t useCount;
+    };
+    const Case cases[] = {{kAwaitSocks4Reply, 1}, {kEstablished, 2}, {kIdle, 0}, {kEstablished, 1}, {kFailed, 0}};
+    for (const Case& c : cases) {
+        SCOPED_TRACE("state " + std::to_string(c.state) + ", useCount " + std::to_string(c.useCount));
+        SOCKET s = Socket();
+        CSocksSocket* object = Add(s);
+        object->state = c.state;
+        object->useCount = c.useCount;
+        dxtest::LogCapture capture;
+        SOCKS_CleanupSocket(s);
+        EXPECT_EQ(Find(s), nullptr);
+        EXPECT_TRUE(IsOpen(s));
+        Lines expected = {Line("Begin func SOCKS_CleanupSocket"), Line(" socket = " + N(s)),
+                          Line("g_pProxySocketManager->RemoveSocket(s)"), Line("End func SOCKS_CleanupSocket")};
+        EXPECT_EQ(capture.Lines(), expected);
+    }
+}
+
+TEST_F(SocksCallsTest, CleanupSocketOfAnUnknownSocketDoesNothing) {
+    SOCKET s = Socket();
+    Add(Socket());
+    dxtest::LogCapture capture;
+    SOCKS_CleanupSocket(s);
+    EXPECT_EQ(g_pProxySocketManager->Count(), 1u);
+    EXPECT_TRUE(IsOpen(s));
+    Lines expected = {Line("Begin func SOCKS_CleanupSocket"), Line(" socket = " + N(s)),
+                      Line("End func SOCKS_CleanupSocket")};
+    EXPECT_EQ(capture.Lines(), expected);
+}
+
+// ---- SOCKS_accept ----
+
+TEST_F(SocksCallsTest, AcceptJudgesTheSecondReplyAsASocks4Packet) {
+    struct Case {
+        const char* name;
+        const char* replyHex;
+        bool accepted;
+    };
+    const Case cases[] = {
+        {"code 90 in byte 1", "005a1f900a000001", true},
+        {"code 90 in byte 0", "5a001f900a000001", true},
+        {"version byte and code 90", "045a1f900a000001", true},
+        {"refusal 91", "005b1f900a000001", false},
+        {"refusal 92", "005c1f900a000001", false},
+        {"version 5 reply", "050000010a000001", false},
+    };
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.name);
+        Pair pair = Connected();
+        CSocksSocket* object = Proxied(pair.host);
+        // As after a granted BIND.
+        object->command = kCommandBind;
+        object->state = kEstablished;
+        object->useCount = 1;
+        ASSERT_TRUE(dxtest::SendAll(pair.proxy, dxtest::Unhex(c.replyHex)));
+        ASSERT_TRUE(ReadableWithin(pair.host, 5000));
+
+        sockaddr_in peer;
+        std::memset(&peer, 0xee, sizeof peer);
+        const sockaddr_in before = peer;
+        int length = 32;
+        WSASetLastError(4242);
+        SOCKET result = SOCKS_accept(pair.host, reinterpret_cast<sockaddr*>(&peer), &length);
+        int error = WSAGetLastError();
+        EXPECT_EQ(object->readPointer, nullptr);
+        EXPECT_EQ(object->bytesRead, 0);
+        EXPECT_EQ(object->bytesRequested, 0);
+        EXPECT_EQ(length, 32);
+        if (c.accepted) {
+            // The accepted connection is the same handle, owing one more close.
+            EXPECT_EQ(result, pair.host);
+            EXPECT_EQ(error, 0);
+            EXPECT_EQ(object->useCount, 2);
+            EXPECT_EQ(peer.sin_family, AF_INET);
+            EXPECT_EQ(ntohs(peer.sin_port), 8080);
+            EXPECT_EQ(Dotted(peer), "10.0.0.1");
+        } else {
+            EXPECT_EQ(result, INVALID_SOCKET);
+            EXPECT_EQ(error, WSAECONNREFUSED);
+            EXPECT_EQ(object->useCount, 1);
+            EXPECT_EQ(std::memcmp(&peer, &before, sizeof peer), 0);
+        }
+    }
+}
+
+TEST_F(SocksCallsTest, AcceptWithThreeBytesInHandWouldBlockAndTheOtherFiveCompleteIt) {
+    Pair pair = Connected();
+    CSocksSocket* object = Proxied(pair.host);
+    object->command = kCommandBind;
+    object->state = kEstablished;
+    object->useCount = 1;
+
+    ASSERT_TRUE(dxtest::SendAll(pair.proxy, dxtest::Unhex("005a1f")));
+    ASSERT_TRUE(ReadableWithin(pair.host, 5000));
+    sockaddr_in peer = Address("1.2.3.4", 5);
+    int length = sizeof peer;
+    dxtest::LogCapture capture;
+    EXPECT_EQ(SOCKS_accept(pair.host, reinterpret_cast<sockaddr*>(&peer), &length), INVALID_SOCKET);
+    EXPECT_EQ(WSAGetLastError(), WSAEWOULDBLOCK);
+    EXPECT_EQ(object->bytesRead, 3);
+    EXPECT_EQ(object->bytesRequested, 8);
+    EXPECT_EQ(object->readPointer, object->receiveBuffer + 3);
+    EXPECT_EQ(object->useCount, 1);
+    Lines expected = {
+        Line("Begin func SOCKS_accept"),
+        Line(" socket = " + N(pair.host)),
+        Line("Begin addr 1.2.3.4:5"),
+        Line("* * * * * received 3, total 3, requested 8"),
+        Line("End addr 1.2.3.4:5"),
+        Line("WinSock Error = 10035"),
+        Line(" result = -1"),
+        Line("End func SOCKS_accept"),
+    };
+    EXPECT_EQ(capture.Lines(), expected);
+
+    ASSERT_TRUE(dxtest::SendAll(pair.proxy, dxtest::Unhex("900a000001")));
+    ASSERT_TRUE(ReadableWithin(pair.host, 5000));
+    capture.Clear();
+    EXPECT_EQ(SOCKS_accept(pair.host, reinterpret_cast<sockaddr*>(&peer), &length), pair.host);
+    EXPECT_EQ(WSAGetLastError(), 0);
+    EXPECT_EQ(object->useCount, 2);
+    EXPECT_EQ(ntohs(peer.sin_port), 8080);
+    expected = {
+        Line("Begin func SOCKS_accept"),
+        Line(" socket = " + N(pair.host)),
+        Line("Begin addr 1.2.3.4:5"),
+        Line("* * * * * received 5, total 8, requested 8"),
+        Line("End addr 10.0.0.1:8080"),
+        Line("WinSock Error = 0"),
+        Line(" result = " + N(pair.host)),
+        Line("End func SOCKS_accept"),
+    };
+    EXPECT_EQ(capture.Lines(), expected);
+}
+
+TEST_F(SocksCallsTest, ListenInTheMiddleOfAReplyStartsTheReadAgain) {
+    Pair pair = Connected();
+    CSocksSocket* object = Proxied(pair.host);
+    object->useCount = 1;
+    sockaddr_in peer = {};
+    int length = sizeof peer;
+
+    ASSERT_TRUE(dxtest::SendAll(pair.proxy, dxtest::Unhex("000000")));
+    ASSERT_TRUE(ReadableWithin(pair.host, 5000));
+    EXPECT_EQ(SOCKS_accept(pair.host, reinterpret_cast<sockaddr*>(&peer), &length), INVALID_SOCKET);
+    EXPECT_EQ(WSAGetLastError(), WSAEWOULDBLOCK);
+    EXPECT_EQ(SOCKS_listen(pair.host, 1), 0);
+    // Carried on, the read would join the three zeros to this grant and refuse it.
+    ASSERT_TRUE(dxtest::SendAll(pair.proxy, dxtest::Unhex("005a1f900a000001")));
+    ASSERT_TRUE(ReadableWithin(pair.host, 5000));
+    EXPECT_EQ(SOCKS_accept(pair.host, reinterpret_cast<sockaddr*>(&peer), &length), pair.host);
+    EXPECT_EQ(WSAGetLastError(), 0);
+}
+
+TEST_F(SocksCallsTest, AcceptFromAProxyThatClosedKeepsWaiting) {
+    Pair pair = Connected();
+    CSocksSocket* object = Proxied(pair.host);
+    ASSERT_EQ(shutdown(pair.proxy, SD_SEND), 0);
+    ASSERT_TRUE(ReadableWithin(pair.host, 5000));
+    dxtest::LogCapture capture;
+    sockaddr_in peer = {};
+    int length = sizeof peer;
+    EXPECT_EQ(SOCKS_accept(pair.host, reinterpret_cast<sockaddr*>(&peer), &length), INVALID_SOCKET);
+    EXPECT_EQ(WSAGetLastError(), WSAEWOULDBLOCK);
+    EXPECT_EQ(object->bytesRead, 0);
+    auto received = dxtest::LinesStartingWith(capture.Lines(), Line("* * * * *"));
+    ASSERT_EQ(received.size(), 1u);
+    EXPECT_EQ(received[0], Line("* * * * * received 0, total 0, requested 8"));
+}
+
+TEST_F(SocksCallsTest, AcceptPassesOnTheErrorOfAFailedRead) {
+    Pair pair = Connected();
+    Proxied(pair.host);
+    ASSERT_EQ(shutdown(pair.host, SD_RECEIVE), 0);
+    dxtest::LogCapture capture;
+    sockaddr_in peer = {};
+    int length = sizeof peer;
+    EXPECT_EQ(SOCKS_accept(pair.host, reinterpret_cast<sockaddr*>(&peer), &length), INVALID_SOCKET);
+    EXPECT_EQ(WSAGetLastError(), WSAESHUTDOWN);
+    EXPECT_TRUE(dxtest::LinesStartingWith(capture.Lines(), Line("* * * * *")).empty());
+    auto errors = dxtest::LinesStartingWith(capture.Lines(), Line("WinSock Error = "));
+    ASSERT_EQ(errors.size(), 1u);
+    EXPECT_EQ(errors[0], Line("WinSock Error = 10058"));
+}
+
+TEST_F(SocksCallsTest, AcceptOnASocketWithoutAProxyIsThePlainAccept) {
+    struct Case {
+        const char* name;
+        bool object;  // with an object whose useProxy is clear
+    };
+    for (const Case& c : {Case{"no object", false}, Case{"object without a proxy", true}}) {
+        SCOPED_TRACE(c.name);
+        if (c.object) {
+            sockaddr_in none = {};
+            ASSERT_EQ(SOCKS_SetProxyEx(listener, &none, sizeof none, "", 4), 0);
+            ASSERT_EQ(Find(listener)->useProxy, 0);
+        }
+        SOCKET client = Socket();
+        ASSERT_EQ(connect(client, reinterpret_cast<sockaddr*>(&listenAddress), sizeof listenAddress), 0);
+        sockaddr_in clientAddress = {};
+        int clientLength = sizeof clientAddress;
+        ASSERT_EQ(getsockname(client, reinterpret_cast<sockaddr*>(&clientAddress), &clientLength), 0);
+
+        sockaddr_in peer = {};
+        int length = 32;
+        SOCKET accepted = SOCKS_accept(listener, reinterpret_cast<sockaddr*>(&peer), &length);
+        ASSERT_NE(accepted, INVALID_SOCKET);
+        Own(accepted);
+        EXPECT_NE(accepted, listener);
+        EXPECT_EQ(length, static_cast<int>(sizeof peer));
+        EXPECT_EQ(peer.sin_port, clientAddress.sin_port);
+        EXPECT_EQ(Dotted(peer), "127.0.0.1");
+        ASSERT_TRUE(dxtest::SendAll(client, "x"));
+        EXPECT_EQ(dxtest::Receive(accepted, 1, 2000), "x");
+    }
+}
+
+// ---- SOCKS_getsockname ----
+
+TEST_F(SocksCallsTest, GetSockNameWithAProxyIsTheProxysAddressAndThePortByCommand) {
+    struct Case {
+        uint32_t command;
+        uint16_t expectedPort;
+    };
+    // Before any connect the command is 0, so the zero targetAddress gives its port.
+    const Case cases[] = {{0, 0}, {kCommandConnect, 0}, {kCommandBind, 4321}};
+    for (const Case& c : cases) {
+        SCOPED_TRACE("command " + std::to_string(c.command));
+        SOCKET s = Socket();
+        CSocksSocket* object = Proxied(s);
+        object->command = c.command;
+        if (c.command != 0) object->targetAddress = Address("192.0.2.9", 4321);
+        sockaddr_in name = Address("1.2.3.4", 5);
+        int length = 64;
+        dxtest::LogCapture capture;
+        EXPECT_EQ(SOCKS_getsockname(s, reinterpret_cast<sockaddr*>(&name), &length), 0);
+        EXPECT_EQ(name.sin_family, AF_INET);
+        EXPECT_EQ(Dotted(name), "10.1.2.3");
+        EXPECT_EQ(ntohs(name.sin_port), c.expectedPort);
+        EXPECT_EQ(length, 64);
+        Lines expected = {
+            Line("Begin func SOCKS_getsockname"),
+            Line(" socket = " + N(s)),
+            Line("Begin addr 1.2.3.4:5"),
+            Line("calling CSocksSocket::GetSockName"),
+            Line("End addr 10.1.2.3:" + std::to_string(c.expectedPort)),
+            Line(" result = 0"),
+            Line("End func SOCKS_getsockname"),
+        };
+        EXPECT_EQ(capture.Lines(), expected);
+    }
+}
+
+TEST_F(SocksCallsTest, GetSockNameOfAnObjectWithoutAProxyIsTheRealCall) {
+    SOCKET s = Socket();
+    sockaddr_in none = {};
+    ASSERT_EQ(SOCKS_SetProxyEx(s, &none, sizeof none, "", 4), 0);
+    sockaddr_in local = Address("127.0.0.1", 0);
+    ASSERT_EQ(bind(s, reinterpret_cast<sockaddr*>(&local), sizeof local), 0);
+    sockaddr_in real = {};
+    int realLength = sizeof real;
+    ASSERT_EQ(getsockname(s, reinterpret_cast<sockaddr*>(&real), &realLength), 0);
+
+    sockaddr_in name = {};
+    int length = sizeof name;
+    dxtest::LogCapture capture;
+    EXPECT_EQ(SOCKS_getsockname(s, reinterpret_cast<sockaddr*>(&name), &length), 0);
+    EXPECT_EQ(name.sin_port, real.sin_port);
+    EXPECT_EQ(Dotted(name), "127.0.0.1");
+    Lines expected = {
+        Line("Begin func SOCKS_getsockname"),
+        Line(" socket = " + N(s)),
+        Line("Begin addr 0.0.0.0:0"),
+        Line("calling ::getsockname"),
+        Line("End addr 127.0.0.1:" + std::to_string(ntohs(real.sin_port))),
+        Line(" result = 0"),
+        Line("End func SOCKS_getsockname"),
+    };
+    EXPECT_EQ(capture.Lines(), expected);
+}
+
+// ---- SOCKS_listen ----
+
+TEST_F(SocksCallsTest, ListenWithAProxyClearsTheReadAndAsksNothingOfWinsock) {
+    SOCKET s = Socket();
+    CSocksSocket* object = Proxied(s);
+    object->readPointer = object->receiveBuffer + 5;
+    object->bytesRead = 5;
+    object->bytesRequested = 8;
+    dxtest::LogCapture capture;
+    // An unbound socket: the real listen would fail.
+    EXPECT_EQ(SOCKS_listen(s, 5), 0);
+    EXPECT_EQ(object->readPointer, nullptr);
+    EXPECT_EQ(object->bytesRead, 0);
+    EXPECT_EQ(object->bytesRequested, 0);
+    EXPECT_FALSE(IsListening(s));
+    Lines expected = {Line("Begin func SOCKS_listen"), Line(" socket = " + N(s)), Line(" result = 0"),
+                      Line("End func SOCKS_listen")};
+    EXPECT_EQ(capture.Lines(), expected);
+}
+
+TEST_F(SocksCallsTest, ListenWithoutAProxyIsTheRealCall) {
+    struct Case {
+        const char* name;
+        bool object;
+        bool bound;
+        int result;
+    };
+    const Case cases[] = {
+        {"bound, no object", false, true, 0},
+        {"bound, object without a proxy", true, true, 0},
+        {"unbound, no object", false, false, SOCKET_ERROR},
+    };
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.name);
+        SOCKET s = Socket();
+        if (c.object) {
+            sockaddr_in none = {};
+            ASSERT_EQ(SOCKS_SetProxyEx(s, &none, sizeof none, "", 4), 0);
+        }
+        if (c.bound) {
+            sockaddr_in local = Address("127.0.0.1", 0);
+            ASSERT_EQ(bind(s, reinterpret_cast<sockaddr*>(&local), sizeof local), 0);
+        }
+        dxtest::LogCapture capture;
+        EXPECT_EQ(SOCKS_listen(s, 5), c.result);
+        if (c.result == SOCKET_ERROR) {
+            EXPECT_EQ(WSAGetLastError(), WSAEINVAL);
+        }
+        EXPECT_EQ(IsListening(s), c.result == 0);
+        auto results = dxtest::LinesStartingWith(capture.Lines(), Line(" result = "));
+        ASSERT_EQ(results.size(), 1u);
+        EXPECT_EQ(results[0], Line(" result = " + std::to_string(c.result)));
+    }
+}
+
+// ---- SOCKS_ioctlsocket ----
+
+TEST_F(SocksCallsTest, IoctlSocketTable) {
+    struct Case {
+        const char* name;
+        long command;
+        bool nullArgument;
+        u_long value;
+        int result;
+        bool objectMade;
+        const char* modeLine;  // null: none
+    };
+    const Case cases[] = {
+        {"FIONBIO on", static_cast<long>(FIONBIO), false, 1, 0, true, " set socket non-blocking"},
+        {"FIONBIO off", static_cast<long>(FIONBIO), false, 0, 0, true, " set socket blocking"},
+        {"FIONREAD", static_cast<long>(FIONREAD), false, 0, 0, false, nullptr},
+        {"FIONBIO, null argument", static_cast<long>(FIONBIO), true, 0, WSAEFAULT, false, nullptr},
+        {"FIONREAD, null argument", static_cast<long>(FIONREAD), true, 0, WSAEFAULT, false, nullptr},
+    };
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.name);
+        Pair pair = Connected();
+        ASSERT_TRUE(dxtest::SendAll(pair.proxy, "abc"));
+        ASSERT_TRUE(ReadableWithin(pair.host, 5000));
+        u_long argument = c.value;
+        dxtest::LogCapture capture;
+        WSASetLastError(0);
+        EXPECT_EQ(SOCKS_ioctlsocket(pair.host, c.command, c.nullArgument ? nullptr : &argument), c.result);
+        if (c.result != 0) {
+            EXPECT_EQ(WSAGetLastError(), c.result);
+        }
+        CSocksSocket* object = Find(pair.host);
+        EXPECT_EQ(object != nullptr, c.objectMade);
+        if (object != nullptr) {
+            EXPECT_EQ(object->asyncMode, c.value != 0 ? 1 : 0);
+        }
+        if (c.command == static_cast<long>(FIONREAD) && !c.nullArgument) {
+            EXPECT_EQ(argument, 3u);
+        }
+
+        Lines expected = {Line("Begin func SOCKS_ioctlsocket"), Line(" socket = " + N(pair.host))};
+        if (c.objectMade) expected.push_back(Line("CSocksSocket::CSocksSocket(" + N(pair.host) + ")"));
+        if (c.modeLine != nullptr) expected.push_back(Line(c.modeLine));
+        expected.push_back(Line(" result = " + std::to_string(c.result)));
+        expected.push_back(Line("End func SOCKS_ioctlsocket"));
+        EXPECT_EQ(capture.Lines(), expected);
+    }
+}
+
+TEST_F(SocksCallsTest, IoctlSocketFionbioReachesTheRealSocket) {
+    Pair pair = Connected();
+    u_long on = 1;
+    ASSERT_EQ(SOCKS_ioctlsocket(pair.host, static_cast<long>(FIONBIO), &on), 0);
+    char byte;
+    EXPECT_EQ(recv(pair.host, &byte, 1, 0), SOCKET_ERROR);
+    EXPECT_EQ(WSAGetLastError(), WSAEWOULDBLOCK);
+}
+
+TEST_F(SocksCallsTest, IoctlSocketFailureReturnsTheWinsockCodeAndTheObjectStays) {
+    SOCKET gone = ClosedHandle();
+    u_long on = 1;
+    EXPECT_EQ(SOCKS_ioctlsocket(gone, static_cast<long>(FIONBIO), &on), WSAENOTSOCK);
+    EXPECT_EQ(WSAGetLastError(), WSAENOTSOCK);
+    CSocksSocket* object = Find(gone);
+    ASSERT_NE(object, nullptr);
+    EXPECT_EQ(object->asyncMode, 1);
+}
+
+// ---- SOCKS_WSAAsyncSelect ----
+
+TEST_F(SocksCallsTest, WsaAsyncSelectByObjectAndState) {
+    constexpr int kNoObject = -1;
+    struct Case {
+        const char* name;
+        int state;  // kNoObject: the socket has none
+        long events;
+        const char* action;
+        bool real;    // the real WSAAsyncSelect ran, so FD_WRITE arrives
+        bool stored;  // the selection was stored in the object
+    };
+    const Case cases[] = {
+        {"established", kEstablished, FD_WRITE, "calling ::WSAAsyncSelect", true, false},
+        {"idle", kIdle, FD_CONNECT | FD_WRITE, "pSocket->PushAsyncSelect", false, true},
+        // An object in state 0 stores a selection without FD_CONNECT too.
+        {"idle, no FD_CONNECT", kIdle, FD_WRITE, "pSocket->PushAsyncSelect", false, true},
+        {"connecting", kConnecting, FD_CONNECT | FD_WRITE, "do nothing", false, false},
+        {"awaiting reply", kAwaitSocks4Reply, FD_WRITE, "do nothing", false, false},
+        {"finished", kFinished, FD_CONNECT | FD_WRITE, "do nothing", false, false},
+        {"failed", kFailed, FD_WRITE, "do nothing", false, false},
+        {"unknown, FD_CONNECT", kNoObject, FD_CONNECT | FD_WRITE, "pSocket->PushAsyncSelect", false, true},
+        {"unknown, no FD_CONNECT", kNoObject, FD_WRITE, "calling ::WSAAsyncSelect", true, false},
+    };
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.name);
+        dxtest::HostWindow window;
+        Pair pair = Connected();
+        if (c.state != kNoObject) Add(pair.host)->state = static_cast<uint32_t>(c.state);
+        const UINT message = dxtest::HostWindow::kSocketMessage;
+        char parameters[128];
+        wsprintfA(parameters, " %p, %x, %x", window.Handle(), message, static_cast<unsigned>(c.events));
+
+        dxtest::LogCapture capture;
+        EXPECT_EQ(SOCKS_WSAAsyncSelect(pair.host, window.Handle(), message, c.events), 0);
+        Lines expected = {Line("Begin func SOCKS_WSAAsyncSelect"), Line(" socket = " + N(pair.host)),
+                          Line(parameters)};
+        if (c.state == kNoObject && c.stored) expected.push_back(Line("CSocksSocket::CSocksSocket(" + N(pair.host) + ")"));
+        expected.push_back(Line(c.action));
+        expected.push_back(Line(" result = 0"));
+        expected.push_back(Line("End func SOCKS_WSAAsyncSelect"));
+        EXPECT_EQ(capture.Lines(), expected);
+
+        CSocksSocket* object = Find(pair.host);
+        EXPECT_EQ(object != nullptr, c.state != kNoObject || c.stored);
+        if (object != nullptr) {
+            EXPECT_EQ(object->asyncWindow, c.stored ? window.Handle() : nullptr);
+            EXPECT_EQ(object->asyncMessage, c.stored ? message : 0u);
+            EXPECT_EQ(object->asyncEvents, c.stored ? static_cast<uint32_t>(c.events) : 0u);
+            EXPECT_EQ(object->asyncMode, c.stored ? 1 : 0);
+            EXPECT_EQ(object->state, c.state == kNoObject ? kIdle : static_cast<uint32_t>(c.state));
+        }
+        if (c.real) {
+            EXPECT_TRUE(window.PumpUntil([&] { return !window.SocketMessages(pair.host).empty(); }, 3000));
+            auto posted = window.SocketMessages(pair.host);
+            ASSERT_FALSE(posted.empty());
+            EXPECT_EQ(posted[0].Event(), static_cast<unsigned>(FD_WRITE));
+            WSAAsyncSelect(pair.host, window.Handle(), 0, 0);
+        } else {
+            // A real selection on this writable socket would post FD_WRITE at once.
+            window.PumpFor(300);
+            EXPECT_TRUE(window.SocketMessages(pair.host).empty());
+        }
+    }
+}
+
+TEST_F(SocksCallsTest, WsaAsyncSelectReturnsTheResultOfTheRealCall) {
+    dxtest::HostWindow window;
+    SOCKET gone = ClosedHandle();
+    EXPECT_EQ(SOCKS_WSAAsyncSelect(gone, window.Handle(), dxtest::HostWindow::kSocketMessage, FD_READ), SOCKET_ERROR);
+    EXPECT_EQ(WSAGetLastError(), WSAENOTSOCK);
+    EXPECT_EQ(g_pProxySocketManager->Count(), 0u);
+}
+
+TEST_F(SocksCallsTest, WsaAsyncSelectWithFdConnectStoresEvenForInvalidSocket) {
+    // The registry is asked to add, not to find or add, and only the latter refuses INVALID_SOCKET.
+    EXPECT_EQ(SOCKS_WSAAsyncSelect(INVALID_SOCKET, nullptr, 1, FD_CONNECT), 0);
+    CSocksSocket* object = Find(INVALID_SOCKET);
+    ASSERT_NE(object, nullptr);
+    EXPECT_EQ(object->asyncEvents, static_cast<uint32_t>(FD_CONNECT));
+    EXPECT_EQ(object->asyncMode, 1);
+}
+
+// ---- Select ----
+
+TEST_F(SocksCallsTest, SelectIsThePlainSelectWithoutAWriteSetOrWithoutObjects) {
+    enum WriteSet { kNull, kEmpty, kWritable };
+    struct Case {
+        const char* name;
+        bool registryEmpty;
+        WriteSet writeSet;
+        int result;  // the real select counts the read set too
+    };
+    const Case cases[] = {
+        {"null write set", false, kNull, 1},
+        {"empty write set", false, kEmpty, 1},
+        {"empty registry", true, kWritable, 2},
+    };
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.name);
+        Pair readable = Connected();
+        Pair writable = Connected();
+        ASSERT_TRUE(dxtest::SendAll(readable.proxy, "r"));
+        ASSERT_TRUE(ReadableWithin(readable.host, 5000));
+        SOCKET other = Socket();
+        if (!c.registryEmpty) Add(other)->state = kFailed;
+
+        fd_set reads = SetOf({readable.host});
+        fd_set writes = SetOf(c.writeSet == kWritable ? std::vector<SOCKET>{writable.host} : std::vector<SOCKET>{});
+        timeval zero = {0, 0};
+        EXPECT_EQ(SOCKS_select(0, &reads, c.writeSet == kNull ? nullptr : &writes, nullptr, &zero), c.result);
+        EXPECT_EQ(Entries(reads), std::vector<SOCKET>{readable.host});
+        if (c.writeSet == kWritable) {
+            EXPECT_EQ(Entries(writes), std::vector<SOCKET>{writable.host});
+        }
+        g_pProxySocketManager->RemoveSocket(other);
+    }
+}
+
+TEST_F(SocksCallsTest, SelectCountsTheWriteSetOnly) {
+    Pair readable = Connected();
+    Pair writable = Connected();
+    Pair managed = Connected();
+    Add(managed.host)->state = kEstablished;
+    ASSERT_TRUE(dxtest::SendAll(readable.proxy, "r"));
+    ASSERT_TRUE(ReadableWithin(readable.host, 5000));
+    fd_set reads = SetOf({readable.host});
+    fd_set writes = SetOf({writable.host});
+    timeval zero = {0, 0};
+    EXPECT_EQ(SOCKS_select(0, &reads, &writes, nullptr, &zero), 1);
+    EXPECT_EQ(Entries(reads), std::vector<SOCKET>{readable.host});
+    EXPECT_EQ(Entries(writes), std::vector<SOCKET>{writable.host});
+}
+
+TEST_F(SocksCallsTest, SelectOfThreeEstablishedNeighboursKeepsTheMiddleOneForTheRealSelect) {
+    SOCKET a = Connected().host;
+    SOCKET b = Connected().host;
+    SOCKET c = Connected().host;
+    for (SOCKET s : {a, b, c}) Add(s)->state = kEstablished;
+    fd_set writes = SetOf({a, b, c});
+    timeval zero = {0, 0};
+    EXPECT_EQ(SOCKS_select(0, nullptr, &writes, nullptr, &zero), 4);
+    EXPECT_EQ(Entries(writes), (std::vector<SOCKET>{b, a, b, c}));
+}
+
+TEST_F(SocksCallsTest, SelectPutsEstablishedSocketsBehindThePlainOnes) {
+    SOCKET managed = Connected().host;
+    SOCKET plain = Connected().host;
+    Add(managed)->state = kEstablished;
+    fd_set writes = SetOf({managed, plain});
+    timeval zero = {0, 0};
+    EXPECT_EQ(SOCKS_select(0, nullptr, &writes, nullptr, &zero), 2);
+    EXPECT_EQ(Entries(writes), (std::vector<SOCKET>{plain, managed}));
+}
+
+TEST_F(SocksCallsTest, SelectDropsAnIdleSocketThoughItIsWritable) {
+    SOCKET idle = Connected().host;
+    SOCKET plain = Connected().host;
+    Add(idle);
+    for (const auto& order : {std::vector<SOCKET>{idle, plain}, std::vector<SOCKET>{plain, idle}}) {
+        fd_set writes = SetOf(order);
+        timeval zero = {0, 0};
+        EXPECT_EQ(SOCKS_select(0, nullptr, &writes, nullptr, &zero), 1);
+        EXPECT_EQ(Entries(writes), std::vector<SOCKET>{plain});
+    }
+}
+
+TEST_F(SocksCallsTest, SelectOfSixtyFourEstablishedSocketsLosesWhatNoLongerFits) {
+    std::vector<SOCKET> sockets;
+    for (int i = 0; i < FD_SETSIZE; ++i) {
+        sockets.push_back(Connected().host);
+        Add(sockets.back())->state = kEstablished;
+    }
+    fd_set writes = SetOf(sockets);
+    timeval zero = {0, 0};
+    EXPECT_EQ(SOCKS_select(0, nullptr, &writes, nullptr, &zero), FD_SETSIZE);
+    // Every other one stays for the real select; all are appended until the set is full.
+    std::vector<SOCKET> expected;
+    for (int i = 1; i < FD_SETSIZE; i += 2) expected.push_back(sockets[i]);
+    for (int i = 0; i < FD_SETSIZE / 2; ++i) expected.push_back(sockets[i]);
+    EXPECT_EQ(Entries(writes), expected);
+}
+
+TEST_F(SocksCallsTest, SelectFailsWhenAHandshakeCannotEnd) {
+    constexpr int kAsItStood = -1;
+    struct Case {
+        uint32_t state;
+        int32_t canceled;
+        uint32_t connectError;
+        int error;
+    };
+    const Case cases[] = {
+        {kAwaitSocks4Reply, 1, 0, DXSOCKS_PASSWORD_CANCELLED},
+        {kAwaitPasswordStatus, 0, ERROR_TIMEOUT, ERROR_TIMEOUT},
+        // No error is written when the handshake failed.
+        {kFailed, 0, 0, kAsItStood},
+        {kFailed, 1, ERROR_TIMEOUT, DXSOCKS_PASSWORD_CANCELLED},
+        {kFailed, 0, ERROR_TIMEOUT, ERROR_TIMEOUT},
+        {kFinished, 1, 0, DXSOCKS_PASSWORD_CANCELLED},
+        {kConnecting, 0, ERROR_TIMEOUT, ERROR_TIMEOUT},
+    };
+    for (const Case& c : cases) {
+        SCOPED_TRACE("state " + std::to_string(c.state) + ", canceled " + std::to_string(c.canceled) +
+                     ", connectError " + std::to_string(c.connectError));
+        SOCKET managed = Connected().host;
+        SOCKET plain = Connected().host;
+        CSocksSocket* object = Add(managed);
+        object->state = c.state;
+        object->canceled = c.canceled;
+        object->connectError = c.connectError;
+        fd_set writes = SetOf({managed, plain});
+        timeval zero = {0, 0};
+        const int stood = ErrorLeftByTheRealSelect(plain);
+        dxtest::LogCapture capture;
+        WSASetLastError(kEarlierError);
+        EXPECT_EQ(SOCKS_select(0, nullptr, &writes, nullptr, &zero), SOCKET_ERROR);
+        // Read after the closing log line.
+        EXPECT_EQ(WSAGetLastError(), c.error == kAsItStood ? stood : c.error);
+        Lines expected = {Line("Begin func SOCKS_select"), Line("End func SOCKS_select")};
+        EXPECT_EQ(capture.Lines(), expected);
+    }
+}
+
+TEST_F(SocksCallsTest, SelectLooksAtTheManagedSocketsInTheOrderOfTheSet) {
+    SOCKET failed = Connected().host;
+    SOCKET canceled = Connected().host;
+    SOCKET plain = Connected().host;
+    Add(failed)->state = kFailed;
+    CSocksSocket* object = Add(canceled);
+    object->state = kAwaitMethodReply;
+    object->canceled = 1;
+    struct Case {
+        std::vector<SOCKET> set;
+        int error;
+    };
+    const int stood = ErrorLeftByTheRealSelect(plain);
+    const Case cases[] = {{{failed, plain, canceled}, stood}, {{canceled, plain, failed}, DXSOCKS_PASSWORD_CANCELLED}};
+    for (const Case& c : cases) {
+        fd_set writes = SetOf(c.set);
+        timeval zero = {0, 0};
+        WSASetLastError(kEarlierError);
+        EXPECT_EQ(SOCKS_select(0, nullptr, &writes, nullptr, &zero), SOCKET_ERROR);
+        EXPECT_EQ(WSAGetLastError(), c.error);
+    }
+}
+
+// What a message of the host's thread does to the object that Select waits on.
+CSocksSocket* g_timerObject = nullptr;
+void (*g_timerAction)(CSocksSocket*) = nullptr;
+
+void CALLBACK ActOnTimer(HWND, UINT, UINT_PTR, DWORD) {
+    if (g_timerAction != nullptr) g_timerAction(g_timerObject);
+    g_timerAction = nullptr;
+}
+
+TEST_F(SocksCallsTest, SelectWaitsPumpingTheCallersMessagesUntilTheHandshakeEnds) {
+    constexpr int kAnyError = -1;
+    struct Case {
+        const char* name;
+        void (*action)(CSocksSocket*);
+        int result;
+        int error;  // when result is -1
+    };
+    const Case cases[] = {
+        {"established", [](CSocksSocket* o) { o->state = kEstablished; }, 2, 0},
+        // The error is what the pump left; the cases without a wait show that none is written.
+        {"failed", [](CSocksSocket* o) { o->state = kFailed; }, SOCKET_ERROR, kAnyError},
+        {"cancelled", [](CSocksSocket* o) { o->canceled = 1; }, SOCKET_ERROR, DXSOCKS_PASSWORD_CANCELLED},
+        {"timed out", [](CSocksSocket* o) { o->connectError = ERROR_TIMEOUT; }, SOCKET_ERROR, ERROR_TIMEOUT},
+    };
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.name);
+        SOCKET managed = Connected().host;
+        SOCKET plain = Connected().host;
+        CSocksSocket* object = Add(managed);
+        object->state = kAwaitSocks4Reply;
+        g_timerObject = object;
+        g_timerAction = c.action;
+        // Only a pumped message of this thread ends the handshake; should the wait not pump, a second
+        // thread ends it with another error after a while.
+        UINT_PTR timer = SetTimer(nullptr, 0, 200, ActOnTimer);
+        ASSERT_NE(timer, 0u);
+        struct Rescue {
+            HANDLE stop;
+            CSocksSocket* object;
+        } rescue = {CreateEventA(nullptr, TRUE, FALSE, nullptr), object};
+        HANDLE rescuer = CreateThread(
+            nullptr, 0,
+            [](void* p) -> DWORD {
+                auto* r = static_cast<Rescue*>(p);
+                if (WaitForSingleObject(r->stop, 5000) == WAIT_TIMEOUT) r->object->connectError = 1;
+                return 0;
+            },
+            &rescue, 0, nullptr);
+        ASSERT_NE(rescuer, nullptr);
+
+        fd_set writes = SetOf({managed, plain});
+        timeval zero = {0, 0};
+        DWORD start = GetTickCount();
+        int result = SOCKS_select(0, nullptr, &writes, nullptr, &zero);
+        int error = WSAGetLastError();
+        DWORD elapsed = GetTickCount() - start;
+        SetEvent(rescue.stop);
+        EXPECT_EQ(WaitForSingleObject(rescuer, 10000), static_cast<DWORD>(WAIT_OBJECT_0));
+        CloseHandle(rescuer);
+        CloseHandle(rescue.stop);
+        KillTimer(nullptr, timer);
+
+        EXPECT_EQ(result, c.result);
+        if (c.result != SOCKET_ERROR) {
+            EXPECT_EQ(Entries(writes), (std::vector<SOCKET>{plain, managed}));
+        } else if (c.error != kAnyError) {
+            EXPECT_EQ(error, c.error);
+        }
+        // The zero timeout served the real select only.
+        EXPECT_GE(elapsed, 150u);
+        EXPECT_NE(object->connectError, 1u);
+    }
+}
+
+// ---- SOCKS_ConnectEx twice, SOCKS_SetProxyEx, SOCKS_SetProtocolVersion ----
+
+TEST_F(SocksCallsTest, SecondConnectOnAnEstablishedSocketFailsInFinished) {
+    SOCKET s = Socket();
+    sockaddr_in fake = dxtest::Loopback(dxtest::BenchPort("FAKE_PORT"));
+    dxtest::FakeReset();
+    dxtest::FakeScript("read=9 send=005a000000000000 drain=3000");
+    ASSERT_EQ(SOCKS_SetProxyEx(s, &fake, sizeof fake, "", 4), 0);
+    ASSERT_EQ(SOCKS_ConnectEx(s, "127.0.0.1", 80, nullptr, AF_INET), 0);
+    CSocksSocket* object = Find(s);
+    ASSERT_NE(object, nullptr);
+    ASSERT_EQ(object->state, kEstablished);
+
+    EXPECT_EQ(SOCKS_ConnectEx(s, "127.0.0.1", 81, nullptr, AF_INET), SOCKET_ERROR);
+    EXPECT_EQ(WSAGetLastError(), WSAEISCONN);
+    EXPECT_EQ(object->state, kFinished);
+    EXPECT_EQ(object->lastError, WSAEISCONN);
+    EXPECT_EQ(object->proxyChosen, 1);
+    EXPECT_EQ(object->useProxy, 1);
+    EXPECT_EQ(object->useCount, 1);
+    EXPECT_EQ(g_pProxySocketManager->Count(), 1u);
+}
+
+TEST_F(SocksCallsTest, SetProxyExOfAnInvalidSocketGivesOneAndMakesNoObject) {
+    sockaddr_in proxy = Address("10.1.2.3", 1080);
+    EXPECT_EQ(SOCKS_SetProxyEx(INVALID_SOCKET, &proxy, sizeof proxy, "", 4), 1);
+    EXPECT_EQ(g_pProxySocketManager->Count(), 0u);
+}
+
+TEST_F(SocksCallsTest, SetProtocolVersionReturnsMinusOneAndChangesNothing) {
+    SOCKET known = Socket();
+    SOCKET unknown = Socket();
+    CSocksSocket* object = Proxied(known);
+    dxtest::LogCapture capture;
+    for (unsigned version : {4u, 5u, 0u, 0xffffffffu}) {
+        EXPECT_EQ(SOCKS_SetProtocolVersion(known, version), -1);
+        EXPECT_EQ(SOCKS_SetProtocolVersion(unknown, version), -1);
+        EXPECT_EQ(SOCKS_SetProtocolVersion(INVALID_SOCKET, version), -1);
+    }
+    EXPECT_EQ(object->protocolVersion, 4u);
+    EXPECT_EQ(g_pProxySocketManager->Count(), 1u);
+    EXPECT_TRUE(capture.Lines().empty());
+}
+
+}  // namespace
