@@ -1,6 +1,7 @@
 #!/bin/bash
 # The main job: a host program connects through DXSOCKS.DLL and a local SOCKS proxy to a local echo
-# server, sends a line and prints what came back, with the library's log.
+# server, sends a line and prints what came back, with the library's log: once with SOCKS 4 on a
+# blocking socket, once with SOCKS 5 on a non-blocking one.
 set -euo pipefail
 root=$(cd "$(dirname "$0")/.." && pwd)
 build=${DX_BUILD_DIR:-$root/build}
@@ -13,8 +14,12 @@ bash "$root/tests/fixtures/start_bench.sh" "$bench" >/dev/null
 # shellcheck disable=SC1091
 source "$bench/bench.env"
 
-echo "SOCKS 4 proxy (danted) on 127.0.0.1:$DANTE_PORT, echo server on 127.0.0.1:$ECHO_PORT"
-echo "$ dxconnect -v -t socks4 -x 127.0.0.1:$DANTE_PORT 127.0.0.1 $ECHO_PORT <<< 'hello through the proxy'"
-echo "hello through the proxy" |
-  WINEPREFIX="$build/wine-prefix" WINEDEBUG=-all wine "$build/bin/dxconnect.exe" -v -w 1 \
-    -t socks4 -x "127.0.0.1:$DANTE_PORT" 127.0.0.1 "$ECHO_PORT"
+echo "SOCKS proxy (danted) on 127.0.0.1:$DANTE_PORT, echo server on 127.0.0.1:$ECHO_PORT"
+for mode in "-t socks4" "-n -t socks5"; do
+  echo
+  echo "$ dxconnect -v $mode -x 127.0.0.1:$DANTE_PORT 127.0.0.1 $ECHO_PORT <<< 'hello through the proxy'"
+  # shellcheck disable=SC2086
+  echo "hello through the proxy" |
+    WINEPREFIX="$build/wine-prefix" WINEDEBUG=-all wine "$build/bin/dxconnect.exe" -v -w 1 $mode \
+      -x "127.0.0.1:$DANTE_PORT" 127.0.0.1 "$ECHO_PORT" 2>&1
+done

@@ -31,7 +31,8 @@ const char kUsage[] =
     "  -x HOST:PORT   proxy address (required); HOST is a dotted IPv4 address or a name\n"
     "  -u USER        user id for the proxy (default empty)\n"
     "  -v             print every library log line to standard error\n"
-    "  -n             non-blocking mode\n"
+    "  -n             non-blocking mode: the handshake runs on the library's hidden thread and\n"
+    "                 its outcome arrives at this program's window as FD_CONNECT\n"
     "  -w SECONDS     after standard input ends, keep reading the connection for at most\n"
     "                 this long (default 2)\n"
     "  -h             show this help\n"
@@ -189,21 +190,59 @@ bool ConnectSocks(SOCKET s, const Options &o, const sockaddr_in &proxy, int *err
     return false;
 }
 
+constexpr UINT kSocketMessage = WM_APP + 1;
+constexpr DWORD kHandshakeLimitMs = 30000;
+
+// The non-blocking road: the library keeps our selection until the handshake ends, then posts
+// FD_CONNECT with the outcome in the upper 16 bits to our window.
+bool ConnectSocksNonBlocking(SOCKET s, const Options &o, const sockaddr_in &proxy, int *error) {
+    if (!SOCKS_Startup(nullptr, 0)) {
+        *error = static_cast<int>(GetLastError());
+        return false;
+    }
+    HWND window = CreateWindowExA(0, "STATIC", "", 0, 0, 0, 0, 0, HWND_MESSAGE, nullptr, nullptr, nullptr);
+    bool connected = false;
+    *error = WSAETIMEDOUT;
+    const unsigned version = o.type == ProxyType::Socks5 ? 5 : 4;
+    if (window == nullptr) {
+        *error = static_cast<int>(GetLastError());
+    } else if (SOCKS_WSAAsyncSelect(s, window, kSocketMessage, FD_CONNECT) != 0 ||
+               SOCKS_SetProxyEx(s, &proxy, static_cast<int>(sizeof proxy), o.user.c_str(), version) != 0) {
+        *error = WSAENOTSOCK;
+    } else if (SOCKS_ConnectEx(s, o.destHost.c_str(), o.destPort, nullptr, AF_INET) != 0) {
+        *error = WSAGetLastError();
+    } else {
+        // A failed TCP connect to the proxy is never posted, so the wait has a limit of our own.
+        const DWORD start = GetTickCount();
+        MSG message;
+        while (GetTickCount() - start < kHandshakeLimitMs) {
+            if (!PeekMessageA(&message, nullptr, 0, 0, PM_REMOVE)) {
+                MsgWaitForMultipleObjects(0, nullptr, FALSE, 100, QS_ALLINPUT);
+                continue;
+            }
+            if (message.message == kSocketMessage && WSAGETSELECTEVENT(message.lParam) == FD_CONNECT) {
+                *error = WSAGETSELECTERROR(message.lParam);
+                connected = *error == 0;
+                break;
+            }
+            DispatchMessageA(&message);
+        }
+    }
+    if (window != nullptr) DestroyWindow(window);
+    // The relay wants a plain blocking socket again.
+    WSAAsyncSelect(s, nullptr, 0, 0);
+    u_long blocking = 0;
+    ioctlsocket(s, FIONBIO, &blocking);
+    return connected;
+}
+
 // Picks how to connect; null, with *missing saying why, when this build of the library cannot.
 Connector ChooseConnector(const Options &o, const char **missing) {
     if (o.type == ProxyType::Http) {
         *missing = "HTTP proxies are not available in this build";
         return nullptr;
     }
-    if (o.type == ProxyType::Socks5) {
-        *missing = "SOCKS 5 proxies are not available in this build";
-        return nullptr;
-    }
-    if (o.nonBlocking) {
-        *missing = "non-blocking mode needs SOCKS_WSAAsyncSelect, not available in this build";
-        return nullptr;
-    }
-    return ConnectSocks;
+    return o.nonBlocking ? ConnectSocksNonBlocking : ConnectSocks;
 }
 
 // Returns 0, or the lookup's WinSock error.

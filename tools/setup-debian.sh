@@ -1,11 +1,12 @@
 #!/bin/bash
-# Installs, as root on Debian, what building and testing the library needs, where it is missing.
+# Installs, as root on Debian, what building and testing the library needs, where it is missing:
+# the cross compiler, Wine, and the real proxies the tests talk to.
 set -euo pipefail
 packages=(
   cmake make python3 googletest
   g++-mingw-w64-x86-64-posix binutils-mingw-w64-x86-64
   wine wine64
-  dante-server
+  dante-server microsocks tinyproxy squid apache2-utils
 )
 missing=()
 for package in "${packages[@]}"; do

@@ -158,6 +158,13 @@ TEST_F(Socks5ConnectTest, MethodTwoWithoutAPasswordSourceIsACancelledPrompt) {
     EXPECT_EQ(Received(id), kSelectWithUser);
 }
 
+TEST_F(Socks5ConnectTest, MethodTwoChosenWithoutAnOfferOfItTakesThePasswordPathAllTheSame) {
+    int id = FakeScript("read=3 send=0502 drain=3000");
+    EXPECT_EQ(Connect("127.0.0.1", 80), -1);
+    EXPECT_EQ(SOCKS_ConnectCanceled(s), 1);
+    EXPECT_EQ(Received(id), kSelectWithoutUser);
+}
+
 TEST_F(Socks5ConnectTest, ProxyThatClosesInsteadOfTheConnectReplyCountsAsSuccess) {
     FakeScript("read=3 send=0500 read=10 close");
     EXPECT_EQ(Connect("127.0.0.1", 80), 0);

@@ -147,4 +147,16 @@ FakeLog FakeReceived(int id, int timeoutMs) {
 
 void FakeReset() { Control("RESET"); }
 
+std::vector<uint16_t> ListeningPorts(const std::string& service) {
+    std::string answer = Control("LISTENING " + service);
+    std::istringstream words(answer);
+    std::string tag;
+    words >> tag;
+    if (tag != "PORTS") throw std::runtime_error("listening ports answer: " + answer);
+    std::vector<uint16_t> ports;
+    int port;
+    while (words >> port) ports.push_back(static_cast<uint16_t>(port));
+    return ports;
+}
+
 }  // namespace dxtest

@@ -6,6 +6,7 @@
 
 #include <cstdint>
 #include <string>
+#include <vector>
 
 namespace dxtest {
 
@@ -36,5 +37,8 @@ struct FakeLog {
 int FakeScript(const std::string& steps);
 FakeLog FakeReceived(int id, int timeoutMs = 5000);
 void FakeReset();
+
+// TCP ports on which the processes of a bench service (e.g. "danted") listen now.
+std::vector<uint16_t> ListeningPorts(const std::string& service);
 
 }  // namespace dxtest
