@@ -37,6 +37,24 @@ constexpr int kUserIdSize = 512;
 struct CProxySocket : CListNode {
     explicit CProxySocket(SOCKET s) : socket(s) {}
 
+    // The mechanics both stacks share. `owner` names the class in the log lines.
+    // SetProxy's common part: returns whether a proxy address was taken.
+    bool StoreProxy(const sockaddr_in* proxy, int length, const char* user);
+    void ReportEvent(unsigned id);
+    void StartReadingAs(const char* owner, int count);
+    // A counted read of up to `windowEnd - bytesRead` bytes, with 100 retries of 10 ms.
+    int ReadCounted(const char* owner, int windowEnd);
+    // Up to 100 peeks of `size` bytes into receiveBuffer, 10 ms apart.
+    int PeekInto(int size, unsigned* error);
+    int SendAs(const char* owner, const void* buffer, int length);
+    // The end of a non-blocking handshake: the hidden window lets go, FD_CONNECT goes to the host's
+    // window and the host's other events to WinSock. Returns whether the host's window was there.
+    bool HandOverToHost(const char* owner, HWND hiddenWindow, unsigned error);
+    void PushAsyncSelect(HWND window, unsigned message, unsigned events);
+    void OnConnected();
+    void GetSockName(sockaddr* name, const int* length) const;
+    int ReleaseSocket();
+
     int32_t lastError = 0;
     SOCKET socket;
     uint32_t state = kIdle;

@@ -12,8 +12,8 @@
 
 namespace {
 
+constexpr char kOwner[] = "CSocksSocket";
 constexpr int kWouldBlock = WSAEWOULDBLOCK;
-constexpr int kRetryLimit = 100;
 // The SOCKS replies all fit here; a counted read never asks for more than what is left of it.
 constexpr int kReadWindow = 64;
 
@@ -25,17 +25,9 @@ CSocksSocket::CSocksSocket(SOCKET s) : CProxySocket(s) {
     SOCKS_LogString("CSocksSocket::CSocksSocket(%d)", static_cast<int>(s));
 }
 
+// Without a proxy address the version stays as it was.
 void CSocksSocket::SetProxy(const sockaddr_in* proxy, int length, const char* user, unsigned version) {
-    useProxy = 0;
-    if (proxy != nullptr && AddressOf(*proxy) != 0) {
-        size_t size = length < 0 ? 0 : static_cast<size_t>(length);
-        std::memcpy(&proxyAddress, proxy, size < sizeof proxyAddress ? size : sizeof proxyAddress);
-        // A count of 511 keeps at most 510 characters and the terminator.
-        if (lstrcpynA(userId, user != nullptr ? user : "", kUserIdSize - 1) != nullptr) userId[kUserIdSize - 1] = '\0';
-        useProxy = 1;
-        protocolVersion = version;
-    }
-    proxyChosen = 1;
+    if (StoreProxy(proxy, length, user)) protocolVersion = version;
 }
 
 int CSocksSocket::StartConnect(unsigned newCommand, const char* host, unsigned port, HWND parent, unsigned* error) {
@@ -83,16 +75,6 @@ int CSocksSocket::ConnectToServer(HWND parent) {
     return code;
 }
 
-void CSocksSocket::ReportEvent(unsigned id) {
-    const sockaddr_in* address;
-    switch (id) {
-        case 2000: case 2001: case 1002: address = &targetAddress; break;
-        case 1003: address = &proxyAddress; break;
-        default: return;
-    }
-    ReportMessage(0, id, inet_ntoa(address->sin_addr), static_cast<int>(ntohs(address->sin_port)),
-                  static_cast<int>(socket));
-}
 
 int CSocksSocket::ProcessState() {
     // A prompt's message loop may deliver this socket's next event while a step is still running.
@@ -290,137 +272,18 @@ int CSocksSocket::OnMethodRecv() {
 // No host password callback and no prompt of the UI library: the prompt counts as declined.
 bool CSocksSocket::AskPassword() { return false; }
 
-void CSocksSocket::StartReading(int count) {
-    SOCKS_LogString("CSocksSocket::StartReading");
-    reading = 1;
-    readPointer = receiveBuffer;
-    bytesRead = 0;
-    bytesRequested = count;
-}
+void CSocksSocket::StartReading(int count) { StartReadingAs(kOwner, count); }
 
-int CSocksSocket::OnRead() {
-    if (!reading) return 0;
-    if (bytesRead >= bytesRequested) {
-        reading = 0;
-        return 0;
-    }
-    int retries = 0;
-    for (;;) {
-        // Whatever has arrived, up to the read window, is taken: more than requested if it is there.
-        int room = bytesRead < kReadWindow ? kReadWindow - bytesRead : 0;
-        int received = recv(socket, reinterpret_cast<char*>(readPointer), room, 0);
-        if (received == SOCKET_ERROR) {
-            int code = WSAGetLastError();
-            if (code != kWouldBlock) {
-                SOCKS_LogString("CSocksSocket::OnRead returned err:%d", code);
-                reading = 0;
-                return code;
-            }
-            Sleep(10);
-            ++retries;
-            received = 0;
-        }
-        readPointer += received;
-        bytesRead += received;
-        if (bytesRead >= bytesRequested) {
-            reading = 0;
-            return 0;
-        }
-        // A peer that closed returns 0 bytes, which is no retry: such a read goes on.
-        if (retries >= kRetryLimit) return 0;
-    }
-}
+// Asks for what is left of the read window, not of the request: a read takes everything that has
+// arrived, up to 64 bytes.
+int CSocksSocket::OnRead() { return ReadCounted(kOwner, kReadWindow); }
 
-int CSocksSocket::SocketPeek(unsigned* error) {
-    for (int tries = 0; tries < kRetryLimit; ++tries) {
-        int seen = recv(socket, reinterpret_cast<char*>(receiveBuffer), kReadWindow, MSG_PEEK);
-        if (seen != SOCKET_ERROR) {
-            *error = 0;
-            return seen;
-        }
-        int code = WSAGetLastError();
-        if (code != kWouldBlock) {
-            SOCKS_LogString("SocketPeek() returned err:%d", code);
-            reading = 0;
-            *error = static_cast<unsigned>(-1);
-            return 0;
-        }
-        Sleep(10);
-    }
-    *error = kWouldBlock;
-    return 0;
-}
+int CSocksSocket::SocketPeek(unsigned* error) { return PeekInto(kReadWindow, error); }
 
-int CSocksSocket::Send(const void* buffer, int length) {
-    const char* bytes = static_cast<const char*>(buffer);
-    int sent = 0;
-    int retries = 0;
-    do {
-        int result = send(socket, bytes + sent, length - sent, 0);
-        if (result == SOCKET_ERROR) {
-            int code = WSAGetLastError();
-            if (code != kWouldBlock) return code;
-            Sleep(0);
-            ++retries;
-            result = 0;
-        }
-        sent += result;
-    } while (sent < length && retries < kRetryLimit);
-    SOCKS_LogString("CSocksSocket::Send - %d bytes sent.", length);
-    return 0;
-}
+int CSocksSocket::Send(const void* buffer, int length) { return SendAs(kOwner, buffer, length); }
 
 void CSocksSocket::ConnectFinished(unsigned error) {
     lastError = static_cast<int32_t>(error);
     state = kFinished;
-    if (!asyncMode) return;
-    SOCKS_LogString("CSocksSocket::OnRead - WSAAsyncSelect(%d, %p, %x, %x)", static_cast<int>(socket),
-                    g_hSocksWindow, 0u, 0u);
-    WSAAsyncSelect(socket, g_hSocksWindow, 0, 0);
-    if (asyncWindow == nullptr) return;
-    if (asyncEvents & FD_CONNECT) {
-        // WSAMAKESELECTREPLY: the event below, the error's low 16 bits above, sign-extended.
-        LPARAM value = static_cast<LPARAM>(static_cast<LONG>(MAKELONG(FD_CONNECT, error)));
-        SOCKS_LogString("CSocksSocket::ConnectFinished - PostMessage(%p,%x,%x,%x)", asyncWindow, asyncMessage,
-                        static_cast<unsigned>(socket), static_cast<unsigned>(value));
-        PostMessageA(asyncWindow, asyncMessage, static_cast<WPARAM>(socket), value);
-    }
-    // By subtraction, whether or not the bit was set: a mask without it wraps.
-    uint32_t rest = asyncEvents - FD_CONNECT;
-    if (rest != 0) WSAAsyncSelect(socket, asyncWindow, asyncMessage, static_cast<long>(rest));
-    asyncWindow = nullptr;
-    asyncMessage = 0;
-    asyncEvents = 0;
-    WSASetLastError(static_cast<int>(error));
-}
-
-void CSocksSocket::PushAsyncSelect(HWND window, unsigned message, unsigned events) {
-    asyncWindow = window;
-    asyncMessage = message;
-    asyncEvents = events;
-    asyncMode = 1;
-}
-
-void CSocksSocket::OnConnected() { state = kConnected; }
-
-// The proxy's address, with the port the host gave for a BIND: what the host hands its peer. The
-// address the proxy bound is not used.
-void CSocksSocket::GetSockName(sockaddr* name, int* length) {
-    sockaddr_in local = {};
-    local.sin_family = AF_INET;
-    local.sin_addr = proxyAddress.sin_addr;
-    local.sin_port = command == kCommandConnect ? 0 : targetAddress.sin_port;
-    size_t room = sizeof local;
-    if (length != nullptr && *length >= 0 && static_cast<size_t>(*length) < room) room = static_cast<size_t>(*length);
-    std::memcpy(name, &local, room);
-}
-
-int CSocksSocket::ReleaseSocket() {
-    uint32_t noted = state;
-    state = kIdle;
-    reading = 0;
-    --useCount;
-    // A close in mid-handshake is never the last close.
-    if (noted == kIdle || noted == kFinished || noted == kEstablished) return useCount == 0 ? 1 : 0;
-    return 0;
+    if (HandOverToHost(kOwner, g_hSocksWindow, error)) WSASetLastError(static_cast<int>(error));
 }

@@ -12,7 +12,6 @@ public:
     void SetProxy(const sockaddr_in* proxy, int length, const char* user, unsigned version);
     int StartConnect(unsigned command, const char* host, unsigned port, HWND parent, unsigned* error);
     int ConnectToServer(HWND parent);
-    void ReportEvent(unsigned id);
     int ProcessState();
     int ProcessSocks4State();
     int SendSocks4Request();
@@ -26,10 +25,6 @@ public:
     int SocketPeek(unsigned* error);
     int Send(const void* buffer, int length);
     void ConnectFinished(unsigned error);
-    void PushAsyncSelect(HWND window, unsigned message, unsigned events);
-    void OnConnected();
-    void GetSockName(sockaddr* name, int* length);
-    int ReleaseSocket();
 
     uint8_t socks4Packet[kSocks4PacketSize] = {};
     uint32_t protocolVersion = 4;
