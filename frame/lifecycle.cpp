@@ -12,6 +12,11 @@ HANDLE g_hSocksThread = nullptr;
 HWND g_hSocksWindow = nullptr;
 int32_t g_socksThreadDone = 0;
 
+int32_t g_httpStartupCount = 0;
+HANDLE g_hHttpThread = nullptr;
+HWND g_hHttpWindow = nullptr;
+int32_t g_httpThreadDone = 0;
+
 namespace {
 // The background brush value of the hidden windows' class.
 constexpr INT_PTR kHiddenWindowBrush = 16;

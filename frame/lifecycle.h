@@ -18,6 +18,11 @@ extern HANDLE g_hSocksThread;
 extern HWND g_hSocksWindow;
 extern int32_t g_socksThreadDone;
 
+extern int32_t g_httpStartupCount;
+extern HANDLE g_hHttpThread;
+extern HWND g_hHttpWindow;
+extern int32_t g_httpThreadDone;
+
 // Serves at most one message of the calling thread's queue; returns at once when it is empty.
 void PumpOneMessage();
 

@@ -5,6 +5,7 @@
 
 #include "dxsocks_types.h"
 #include "lifecycle.h"
+#include "http_socket.h"
 #include "socks_socket.h"
 
 CProxySocketManager* g_pProxySocketManager = nullptr;
@@ -14,6 +15,7 @@ namespace {
 // Nothing in an object says which class made it, so both classes keep to trivially destructible
 // fields and every object is freed the same way.
 static_assert(std::is_trivially_destructible_v<CSocksSocket>, "objects are freed without knowing their class");
+static_assert(std::is_trivially_destructible_v<CHttpSocket>, "objects are freed without knowing their class");
 
 void ReleaseProxySocket(CListNode* node) { ::operator delete(static_cast<void*>(node)); }
 
@@ -22,8 +24,12 @@ void ReleaseProxySocket(CListNode* node) { ::operator delete(static_cast<void*>(
 CProxySocketManager::~CProxySocketManager() { Clear(ReleaseProxySocket); }
 
 CProxySocket* CProxySocketManager::AddSocket(SOCKET socket, int type) {
-    CProxySocket* object = nullptr;
-    if (type != kHttpSocketType) object = new (std::nothrow) CSocksSocket(socket);
+    CProxySocket* object;
+    if (type == kHttpSocketType) {
+        object = new (std::nothrow) CHttpSocket(socket);
+    } else {
+        object = new (std::nothrow) CSocksSocket(socket);
+    }
     if (object != nullptr) Append(object);
     return object;
 }

@@ -11,6 +11,84 @@
 extern "C" {
 #endif
 
+/* accept(), passed straight to WinSock: the HTTP family has no second reply to read. */
+DXSOCKS_API SOCKET HTTP_accept(SOCKET s, struct sockaddr *addr, int *addrlen);
+
+/* bind() as a CONNECT exchange that then waits; name: non-null IPv4 record of namelen bytes. As HTTP_BindEx. */
+DXSOCKS_API int HTTP_bind(SOCKET s, const struct sockaddr *name, int namelen);
+
+/* As SOCKS_closesocket: only the last close owed closes the socket; a close during the exchange returns 0. */
+DXSOCKS_API int HTTP_closesocket(SOCKET s);
+
+/* connect() through the socket's HTTP proxy: name must be a non-null IPv4 record. As HTTP_ConnectEx. */
+DXSOCKS_API int HTTP_connect(SOCKET s, const struct sockaddr *name, int namelen);
+
+/* As SOCKS_getsockname: for a socket with a proxy, the proxy's address (port 0 after a CONNECT). */
+DXSOCKS_API int HTTP_getsockname(SOCKET s, struct sockaddr *name, int *namelen);
+
+/*
+ * ioctlsocket(); FIONBIO makes the socket's exchange event driven whatever the argument says.
+ * Returns 0, or the WinSock code itself on failure (not -1).
+ */
+DXSOCKS_API int HTTP_ioctlsocket(SOCKET s, long command, u_long *argument);
+
+/* listen(): for a socket with a proxy nothing is asked of WinSock and the result is 0. */
+DXSOCKS_API int HTTP_listen(SOCKET s, int backlog);
+
+/* As SOCKS_select: the same wait for sockets in mid-exchange, shared by both families. */
+DXSOCKS_API int HTTP_select(int nfds, fd_set *readfds, fd_set *writefds, fd_set *exceptfds,
+                            const struct timeval *timeout);
+
+/*
+ * As SOCKS_WSAAsyncSelect: with FD_CONNECT before a connect, the outcome of the exchange arrives as
+ * FD_CONNECT with the error in the upper 16 bits (65532 destination unknown to the proxy, 65533
+ * proxy authentication, 10061 any other refusal). Returns 0, WSAAsyncSelect's result, or 10038.
+ */
+DXSOCKS_API int HTTP_WSAAsyncSelect(SOCKET s, HWND window, unsigned int message, long events);
+
+/*
+ * Starts the HTTP family: the first call starts its hidden thread. table (may be null) receives up
+ * to size bytes of the family's 31 function pointers (248 bytes; a negative size copies all).
+ * Returns 1, or 0 when the thread could not be created.
+ */
+DXSOCKS_API int HTTP_Startup(void *table, int size);
+
+/* Ends one HTTP_Startup; the last one stops the hidden thread, ending it after 1 s if need be. Returns 1. */
+DXSOCKS_API int HTTP_Cleanup(void);
+
+/*
+ * Names the HTTP proxy for s: proxy null or with address 0 means no proxy. user (the proxy user name,
+ * at most 510 characters kept) must not be null when proxy holds an address; authenticate 1 asks for
+ * Basic authentication. Returns 0, or 1 when no state could be kept for s (INVALID_SOCKET).
+ */
+DXSOCKS_API int HTTP_SetProxy(SOCKET s, const struct sockaddr_in *proxy, int length, const char *user,
+                              unsigned int authenticate);
+
+/*
+ * Connects s to host:port (host order) through its HTTP proxy with one CONNECT request; host may be
+ * a name only the proxy can resolve. Returns 0 or -1. Blocking: on a refused request the WinSock
+ * error is left as WinSock had it and HTTP_GetConnectError gives 65532, 65533 or 10061; with a
+ * failed TCP connect or send it is that code. Non-blocking: 0 at once, the outcome as FD_CONNECT.
+ * A socket given no proxy fails with -1 and leaves the WinSock error as it stood.
+ */
+DXSOCKS_API int HTTP_ConnectEx(SOCKET s, const char *host, unsigned int port, HWND parent, int family);
+
+/*
+ * The CONNECT exchange of HTTP_ConnectEx, then a wait (pumping this thread's messages, no time
+ * limit) until it is granted or refused. Returns 0; -1 with WinSock error -1 after a refusal (read
+ * HTTP_GetConnectError and HTTP_ConnectCanceled); or the positive 10038 with error 0 without a proxy.
+ */
+DXSOCKS_API int HTTP_BindEx(SOCKET s, const char *host, unsigned int port, HWND parent, int family);
+
+/* 1 if the password prompt of the last exchange on s was cancelled, else 0. */
+DXSOCKS_API int HTTP_ConnectCanceled(SOCKET s);
+
+/* The proxy's refusal of the last exchange on s (65532, 65533, 10061) or 1460, else 0. */
+DXSOCKS_API unsigned int HTTP_GetConnectError(SOCKET s);
+
+/* Forgets the library's state for s; does not close s. */
+DXSOCKS_API void HTTP_CleanupSocket(SOCKET s);
+
 /*
  * Writes one line to the log with the prefix "DXHTTP: ". format is a wsprintf format and must not
  * be null; the formatted text is cut to 254 characters. Unlike SOCKS_LogString it may change the

@@ -1,7 +1,7 @@
 // SOCKS_* exports, in ordinal order.
-#include <algorithm>
 #include <cstring>
 
+#include "export_frame.h"
 #include "lifecycle.h"
 #include "log.h"
 #include "proxy_socket_manager.h"
@@ -16,44 +16,6 @@ CSocksSocket* FindOrAddSocksSocket(SOCKET s) {
 }
 
 CSocksSocket* FindSocksSocket(SOCKET s) { return static_cast<CSocksSocket*>(g_pProxySocketManager->FindSocket(s)); }
-
-void LogBegin(const char* name, SOCKET s) {
-    SOCKS_LogString("Begin func %s", name);
-    SOCKS_LogString(" socket = %d", static_cast<int>(s));
-}
-
-void LogEnd(const char* name, int result) {
-    SOCKS_LogString(" result = %d", result);
-    SOCKS_LogString("End func %s", name);
-}
-
-void LogAddress(const char* format, const sockaddr* address) {
-    sockaddr_in shown = {};
-    if (address != nullptr) std::memcpy(&shown, address, sizeof shown);
-    SOCKS_LogString(format, inet_ntoa(shown.sin_addr), static_cast<int>(ntohs(shown.sin_port)));
-}
-
-// Writes `address` into the host's record, no more than the length it gave (when it gave one).
-void StoreAddress(const sockaddr_in& address, sockaddr* destination, const int* length) {
-    if (destination == nullptr) return;
-    size_t room = sizeof address;
-    if (length != nullptr && *length >= 0) room = std::min(room, static_cast<size_t>(*length));
-    std::memcpy(destination, &address, room);
-}
-
-// The text and host-order port of an address record, for the calls that take one.
-bool AddressRecordToHostPort(const sockaddr* name, int namelen, char* text, size_t size, unsigned* port) {
-    if (name == nullptr || namelen < static_cast<int>(sizeof(sockaddr_in))) return false;
-    AddressToNumericText(name, namelen, text, static_cast<int>(size));
-    *port = ntohs(reinterpret_cast<const sockaddr_in*>(name)->sin_port);
-    return true;
-}
-
-using AnyFunction = void (*)();
-template <typename Function>
-AnyFunction Slot(Function function) {
-    return reinterpret_cast<AnyFunction>(function);
-}
 
 // The dispatch table of SOCKS_Startup. Null slots are exports this build doesn't have.
 const AnyFunction kSocksDispatchTable[33] = {
@@ -188,22 +150,7 @@ int SOCKS_bind(SOCKET s, const sockaddr* name, int namelen) {
     return result;
 }
 
-int SOCKS_closesocket(SOCKET s) {
-    LogBegin("SOCKS_closesocket", s);
-    CSocksSocket* object = FindSocksSocket(s);
-    if (object != nullptr) {
-        // A close in mid-handshake, or one of several owed, leaves socket and object alive.
-        if (object->ReleaseSocket() == 0) {
-            LogEnd("SOCKS_closesocket", 0);
-            return 0;
-        }
-        SOCKS_LogString("g_pProxySocketManager->RemoveSocket(s)");
-        g_pProxySocketManager->RemoveSocket(s);
-    }
-    int result = closesocket(s);
-    LogEnd("SOCKS_closesocket", result);
-    return result;
-}
+int SOCKS_closesocket(SOCKET s) { return CloseManagedSocket("SOCKS_closesocket", s); }
 
 int SOCKS_connect(SOCKET s, const sockaddr* name, int namelen) {
     LogBegin("SOCKS_connect", s);
@@ -221,20 +168,7 @@ int SOCKS_connect(SOCKET s, const sockaddr* name, int namelen) {
 }
 
 int SOCKS_getsockname(SOCKET s, sockaddr* name, int* namelen) {
-    LogBegin("SOCKS_getsockname", s);
-    LogAddress("Begin addr %s:%d", name);
-    CSocksSocket* object = FindSocksSocket(s);
-    int result = 0;
-    if (object != nullptr && object->useProxy && name != nullptr) {
-        SOCKS_LogString("calling CSocksSocket::GetSockName");
-        object->GetSockName(name, namelen);
-    } else {
-        SOCKS_LogString("calling ::getsockname");
-        result = getsockname(s, name, namelen);
-    }
-    LogAddress("End addr %s:%d", name);
-    LogEnd("SOCKS_getsockname", result);
-    return result;
+    return GetManagedSockName("SOCKS_getsockname", "CSocksSocket", s, name, namelen);
 }
 
 int SOCKS_ioctlsocket(SOCKET s, long command, u_long* argument) {
@@ -257,53 +191,14 @@ int SOCKS_ioctlsocket(SOCKET s, long command, u_long* argument) {
     return result;
 }
 
-int SOCKS_listen(SOCKET s, int backlog) {
-    LogBegin("SOCKS_listen", s);
-    CSocksSocket* object = FindSocksSocket(s);
-    int result = 0;
-    if (object != nullptr && object->useProxy) {
-        object->readPointer = nullptr;
-        object->bytesRead = 0;
-        object->bytesRequested = 0;
-    } else {
-        result = listen(s, backlog);
-    }
-    LogEnd("SOCKS_listen", result);
-    return result;
-}
+int SOCKS_listen(SOCKET s, int backlog) { return ListenManaged("SOCKS_listen", s, backlog); }
 
 int SOCKS_select(int nfds, fd_set* readfds, fd_set* writefds, fd_set* exceptfds, const timeval* timeout) {
-    SOCKS_LogString("Begin func %s", "SOCKS_select");
-    int result = g_pProxySocketManager->Select(nfds, readfds, writefds, exceptfds, timeout);
-    SOCKS_LogString("End func %s", "SOCKS_select");
-    return result;
+    return SelectManaged("SOCKS_select", nfds, readfds, writefds, exceptfds, timeout);
 }
 
 int SOCKS_WSAAsyncSelect(SOCKET s, HWND window, unsigned int message, long events) {
-    LogBegin("SOCKS_WSAAsyncSelect", s);
-    SOCKS_LogString(" %p, %x, %x", window, message, static_cast<unsigned>(events));
-    CSocksSocket* object = FindSocksSocket(s);
-    int result = 0;
-    if (object == nullptr && (events & FD_CONNECT)) {
-        object = static_cast<CSocksSocket*>(g_pProxySocketManager->AddSocket(s, kSocksSocketType));
-        SOCKS_LogString("pSocket->PushAsyncSelect");
-        if (object != nullptr) {
-            object->PushAsyncSelect(window, message, static_cast<unsigned>(events));
-        } else {
-            result = WSAENOTSOCK;
-        }
-    } else if (object == nullptr || object->state == kEstablished) {
-        SOCKS_LogString("calling ::WSAAsyncSelect");
-        result = WSAAsyncSelect(s, window, message, events);
-    } else if (object->state == kIdle) {
-        SOCKS_LogString("pSocket->PushAsyncSelect");
-        object->PushAsyncSelect(window, message, static_cast<unsigned>(events));
-    } else {
-        // During a handshake, or after a failed one, the host's selection is dropped.
-        SOCKS_LogString("do nothing");
-    }
-    LogEnd("SOCKS_WSAAsyncSelect", result);
-    return result;
+    return AsyncSelectManaged("SOCKS_WSAAsyncSelect", kSocksSocketType, s, window, message, events);
 }
 
 int SOCKS_Startup(void* table, int size) {
@@ -409,16 +304,7 @@ unsigned int SOCKS_GetConnectError(SOCKET s) {
     return result;
 }
 
-void SOCKS_CleanupSocket(SOCKET s) {
-    LogBegin("SOCKS_CleanupSocket", s);
-    CSocksSocket* object = FindSocksSocket(s);
-    if (object != nullptr) {
-        object->ReleaseSocket();
-        SOCKS_LogString("g_pProxySocketManager->RemoveSocket(s)");
-        g_pProxySocketManager->RemoveSocket(s);
-    }
-    SOCKS_LogString("End func %s", "SOCKS_CleanupSocket");
-}
+void SOCKS_CleanupSocket(SOCKET s) { CleanupManagedSocket("SOCKS_CleanupSocket", s); }
 
 int SOCKS_SetProxyEx(SOCKET s, const sockaddr_in* proxy, int length, const char* userId, unsigned int version) {
     LogBegin("SOCKS_SetProxyEx", s);

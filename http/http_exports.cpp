@@ -1,0 +1,241 @@
+// HTTP_* exports, in ordinal order.
+#include "export_frame.h"
+#include "http_api.h"
+#include "http_socket.h"
+#include "lifecycle.h"
+#include "log.h"
+#include "proxy_socket_manager.h"
+
+namespace {
+
+CHttpSocket* FindOrAddHttpSocket(SOCKET s) {
+    return static_cast<CHttpSocket*>(g_pProxySocketManager->FindOrAddSocket(s, kHttpSocketType));
+}
+
+CHttpSocket* FindHttpSocket(SOCKET s) { return static_cast<CHttpSocket*>(g_pProxySocketManager->FindSocket(s)); }
+
+// The dispatch table of HTTP_Startup. Null slots are exports this build doesn't have.
+const AnyFunction kHttpDispatchTable[31] = {
+    Slot(HTTP_accept),     Slot(HTTP_bind),        Slot(HTTP_closesocket), Slot(HTTP_connect),
+    Slot(HTTP_getsockname), Slot(HTTP_ioctlsocket), Slot(HTTP_listen),      Slot(HTTP_select),
+    Slot(HTTP_WSAAsyncSelect), Slot(HTTP_Cleanup),  Slot(HTTP_LogString),
+    nullptr,  // HTTP_ConfigurationDialog
+    Slot(HTTP_SetProxy),
+    nullptr,  // HTTP_DetermineProxy
+    nullptr,  // HTTP_DetectShims
+    nullptr,  // HTTP_GetVersionInfo
+    Slot(HTTP_SetLoggingCallback),
+    nullptr,  // HTTP_SetPasswordCallback
+    Slot(HTTP_SetLoggingCallbackEx), Slot(HTTP_ConnectEx), Slot(HTTP_BindEx), Slot(HTTP_ConnectCanceled),
+    Slot(HTTP_GetConnectError),
+    nullptr,  // HTTP_DetermineProxyEx
+    nullptr,  // HTTP_UseAddressFamily
+    nullptr,  // HTTP_SetXMLConfig
+    nullptr,  // HTTP_GetXMLConfig
+    nullptr,  // HTTP_ShowXMLConfigDlg
+    Slot(HTTP_CleanupSocket),
+    nullptr,  // HTTP_ConnectTimeout
+    nullptr,  // HTTP_SetParentHWND
+};
+
+LRESULT CALLBACK HttpHiddenWindowProcedure(HWND, UINT, WPARAM, LPARAM);
+DWORD WINAPI HttpHiddenThread(void*);
+
+const HiddenWindowFamily kHttpFamily = {
+    "ZELMONT_HTTP_HIDDEN_WINDOW", &g_hHttpWindow,       &g_hHttpThread,   &g_httpThreadDone,
+    &g_httpStartupCount,          HttpHiddenWindowProcedure, HttpHiddenThread,
+};
+
+LRESULT CALLBACK HttpHiddenWindowProcedure(HWND window, UINT message, WPARAM wParam, LPARAM lParam) {
+    return HiddenWindowProcedure(kHttpFamily, httpHiddenOnSocketEvent, window, message, wParam, lParam);
+}
+
+DWORD WINAPI HttpHiddenThread(void*) { return RunHiddenWindowThread(kHttpFamily); }
+
+constexpr DWORD kCleanupWaitMs = 1000;
+
+}  // namespace
+
+extern "C" {
+
+// A plain forward: the HTTP family has no second reply to read.
+SOCKET HTTP_accept(SOCKET s, sockaddr* addr, int* addrlen) { return accept(s, addr, addrlen); }
+
+int HTTP_bind(SOCKET s, const sockaddr* name, int namelen) {
+    LogBegin("HTTP_bind", s);
+    char text[kTargetHostSize] = {};
+    unsigned port = 0;
+    int result;
+    if (AddressRecordToHostPort(name, namelen, text, sizeof text, &port)) {
+        result = HTTP_BindEx(s, text, port, nullptr, AF_INET);
+    } else {
+        WSASetLastError(WSAEFAULT);
+        result = SOCKET_ERROR;
+    }
+    LogEnd("HTTP_bind", result);
+    return result;
+}
+
+int HTTP_closesocket(SOCKET s) { return CloseManagedSocket("HTTP_closesocket", s); }
+
+int HTTP_connect(SOCKET s, const sockaddr* name, int namelen) {
+    LogBegin("HTTP_connect", s);
+    char text[kTargetHostSize] = {};
+    unsigned port = 0;
+    int result;
+    if (AddressRecordToHostPort(name, namelen, text, sizeof text, &port)) {
+        result = HTTP_ConnectEx(s, text, port, nullptr, AF_INET);
+    } else {
+        WSASetLastError(WSAEFAULT);
+        result = SOCKET_ERROR;
+    }
+    LogEnd("HTTP_connect", result);
+    return result;
+}
+
+int HTTP_getsockname(SOCKET s, sockaddr* name, int* namelen) {
+    return GetManagedSockName("HTTP_getsockname", "CHttpSocket", s, name, namelen);
+}
+
+// FIONBIO makes the exchange event driven whatever the argument says.
+int HTTP_ioctlsocket(SOCKET s, long command, u_long* argument) {
+    LogBegin("HTTP_ioctlsocket", s);
+    if (command == static_cast<long>(FIONBIO)) {
+        CHttpSocket* object = FindOrAddHttpSocket(s);
+        // INVALID_SOCKET gets no object; the real call then reports the handle.
+        if (object != nullptr) object->asyncMode = 1;
+        SOCKS_LogString(" set socket non-blocking");
+    }
+    int result = ioctlsocket(s, command, argument);
+    if (result == SOCKET_ERROR) result = WSAGetLastError();
+    LogEnd("HTTP_ioctlsocket", result);
+    return result;
+}
+
+int HTTP_listen(SOCKET s, int backlog) { return ListenManaged("HTTP_listen", s, backlog); }
+
+int HTTP_select(int nfds, fd_set* readfds, fd_set* writefds, fd_set* exceptfds, const timeval* timeout) {
+    return SelectManaged("HTTP_select", nfds, readfds, writefds, exceptfds, timeout);
+}
+
+int HTTP_WSAAsyncSelect(SOCKET s, HWND window, unsigned int message, long events) {
+    return AsyncSelectManaged("HTTP_WSAAsyncSelect", kHttpSocketType, s, window, message, events);
+}
+
+int HTTP_Startup(void* table, int size) {
+    SOCKS_LogString("Begin func %s", "HTTP_Startup");
+    CopyDispatchTable(table, size, kHttpDispatchTable, sizeof kHttpDispatchTable);
+    if (!StartHiddenWindow(kHttpFamily)) return 0;
+    ++g_httpStartupCount;
+    SOCKS_LogString("End func %s", "HTTP_Startup");
+    return 1;
+}
+
+// Unlike SOCKS_Cleanup this pumps nothing: it waits for the thread 1 s, then ends it.
+int HTTP_Cleanup(void) {
+    SOCKS_LogString("Begin func %s", "HTTP_Cleanup");
+    --g_httpStartupCount;
+    if (g_httpStartupCount == 0 && IsWindow(g_hHttpWindow)) {
+        g_httpThreadDone = 0;
+        PostMessageA(g_hHttpWindow, WM_CLOSE, 0, 0);
+        if ((IsWindow(g_hHttpWindow) || !g_httpThreadDone) && g_hHttpThread != nullptr) {
+            SOCKS_LogString("HTTP_Cleanup - waiting for thread to complete");
+            if (WaitForSingleObject(g_hHttpThread, kCleanupWaitMs) != WAIT_OBJECT_0) TerminateThread(g_hHttpThread, 0);
+        }
+    }
+    SOCKS_LogString("End func %s", "HTTP_Cleanup");
+    return 1;
+}
+
+int HTTP_SetProxy(SOCKET s, const sockaddr_in* proxy, int length, const char* user, unsigned int authenticate) {
+    LogBegin("HTTP_SetProxy", s);
+    CHttpSocket* object = FindOrAddHttpSocket(s);
+    if (object != nullptr) object->SetProxy(proxy, length, user, authenticate);
+    SOCKS_LogString("End func %s", "HTTP_SetProxy");
+    return object != nullptr ? 0 : 1;
+}
+
+int HTTP_ConnectEx(SOCKET s, const char* host, unsigned int port, HWND parent, int family) {
+    LogBegin("HTTP_ConnectEx", s);
+    SOCKS_LogString("Begin host:port %s:%d", host, static_cast<int>(port));
+    CHttpSocket* object = FindOrAddHttpSocket(s);
+    g_hParentWindow = parent;
+    int code = 0;
+    if (object == nullptr) {
+        code = WSAENOTSOCK;
+    } else if (!object->proxyChosen) {
+        // No proxy was named for this socket and no proxy map applies: never a direct connection.
+        code = WSAGetLastError();
+        if (code == 0) code = -1;
+    } else {
+        unsigned error = 0;
+        object->StartConnect(kCommandConnect, host, port, parent, &error);
+        code = static_cast<int>(error);
+    }
+    int result = code == 0 ? 0 : SOCKET_ERROR;
+    SOCKS_LogString("End host:port %s:%d", host, static_cast<int>(port));
+    SOCKS_LogString("WinSock Error = %d", code);
+    LogEnd("HTTP_ConnectEx", result);
+    if (code > 0) WSASetLastError(code);
+    return result;
+}
+
+// There is no bind on the wire: the same CONNECT exchange, then a wait for its end.
+int HTTP_BindEx(SOCKET s, const char* host, unsigned int port, HWND parent, int family) {
+    LogBegin("HTTP_BindEx", s);
+    SOCKS_LogString("Begin host:port %s:%d", host, static_cast<int>(port));
+    CHttpSocket* object = FindOrAddHttpSocket(s);
+    int code = 0;
+    int result;
+    if (object == nullptr || !object->proxyChosen) {
+        // Positive, with a WinSock error of 0.
+        result = WSAENOTSOCK;
+    } else {
+        unsigned error = 0;
+        object->StartConnect(kCommandBind, host, port, parent, &error);
+        code = static_cast<int>(error);
+        // No time limit: a failed connect or send rests in state 9 and keeps this loop turning.
+        while (object->state != kEstablished) {
+            if (object->canceled) {
+                code = -1;
+                WSASetLastError(DXSOCKS_PASSWORD_CANCELLED);
+                break;
+            }
+            if (object->connectError != 0) {
+                code = -1;
+                WSASetLastError(static_cast<int>(object->connectError));
+                break;
+            }
+            PumpOneMessage();
+        }
+        object->readPointer = nullptr;
+        object->bytesRead = 0;
+        object->bytesRequested = 0;
+        result = code == 0 ? 0 : SOCKET_ERROR;
+    }
+    SOCKS_LogString("End host:port %s:%d", host, static_cast<int>(port));
+    SOCKS_LogString("WinSock Error = %d", code);
+    LogEnd("HTTP_BindEx", result);
+    WSASetLastError(code);
+    return result;
+}
+
+int HTTP_ConnectCanceled(SOCKET s) {
+    LogBegin("HTTP_ConnectCanceled", s);
+    CHttpSocket* object = FindHttpSocket(s);
+    int result = object != nullptr ? object->canceled : 0;
+    LogEnd("HTTP_ConnectCanceled", result);
+    return result;
+}
+
+unsigned int HTTP_GetConnectError(SOCKET s) {
+    LogBegin("HTTP_GetConnectError", s);
+    CHttpSocket* object = FindHttpSocket(s);
+    unsigned result = object != nullptr ? object->connectError : 0;
+    LogEnd("HTTP_GetConnectError", static_cast<int>(result));
+    return result;
+}
+
+void HTTP_CleanupSocket(SOCKET s) { CleanupManagedSocket("HTTP_CleanupSocket", s); }
+
+}  // extern "C"

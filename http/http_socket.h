@@ -1,0 +1,41 @@
+// CHttpSocket: the per-socket client of an HTTP proxy. One CONNECT request, one reading of the reply,
+// and from state 10 on the socket is the host's. States 1 (send the request) and 11 (await the reply)
+// are its own; 13 is written and at once replaced by 9.
+#pragma once
+
+#include "proxy_socket.h"
+
+constexpr uint32_t kAwaitHttpReply = 11;
+constexpr uint32_t kHttpCancelled = 13;
+
+class CHttpSocket : public CProxySocket {
+public:
+    explicit CHttpSocket(SOCKET s);
+
+    void SetProxy(const sockaddr_in* proxy, int length, const char* user, unsigned authenticate);
+    int StartConnect(unsigned command, const char* host, unsigned port, HWND parent, unsigned* error);
+    int ConnectToServer(HWND parent);
+    int ProcessState();
+    int ProcessHttpState();
+    int SendHttpAuthentication();
+    void StartReading(int count);
+    int OnRead(int count);
+    int SocketPeek(unsigned* error);
+    int Send(const void* buffer, int length);
+    int OnHttpResponse(unsigned* error);
+    void ConnectFinished(unsigned error);
+    void StopEvents();
+
+    int32_t useAuthentication = 0;
+
+private:
+    // The "user:password" text for the request, in UTF-16; 0 when no password could be had.
+    int CreateCredentials(wchar_t* out, int size);
+};
+
+// Writes "host:port" of an address into `out` (wide characters, at least 1059), the host part a name
+// where a reverse lookup finds one. Returns 0, the WinSock error, or -1 if the buffer is too small.
+int AddressToHostPortText(const sockaddr* address, int length, wchar_t* out, int size);
+
+// Socket events of the HTTP hidden window.
+int httpHiddenOnSocketEvent(SOCKET socket, unsigned error, unsigned events);
