@@ -1,6 +1,6 @@
 #!/bin/bash
 # The host program end to end: a payload through a proxy to the echo server comes back whole, with
-# SOCKS 4 and 5, blocking and non-blocking; a failed connect exits 1 naming the WinSock error.
+# SOCKS 4 and 5 and HTTP, blocking and non-blocking; a failed connect exits 1 naming the WinSock error.
 set -euo pipefail
 exe=$1 bench_env=$2
 # shellcheck disable=SC1090
@@ -16,6 +16,8 @@ relay -t socks5 -x "127.0.0.1:$DANTE_PORT"
 relay -n -t socks4 -x "127.0.0.1:$DANTE_PORT"
 # microsocks drops the rest of a relay at a half-close, so the modes all go through danted.
 relay -n -t socks5 -x "127.0.0.1:$DANTE_PORT"
+relay -t http -x "127.0.0.1:$TINYPROXY_PORT"
+relay -n -t http -x "127.0.0.1:$SQUID_PORT"
 
 set +e
 message=$(timeout 60 wine "$exe" -t socks4 -x "127.0.0.1:$DANTE_PORT" no-such-host.invalid 80 </dev/null 2>&1 >/dev/null)
@@ -26,4 +28,13 @@ case "$message" in
   *"WinSock error 11001"*) ;;
   *) echo "unexpected message: $message"; exit 1 ;;
 esac
-echo "dxconnect relayed ${#payload} bytes in four modes and reported a failed lookup"
+set +e
+message=$(timeout 60 wine "$exe" -t http -x "127.0.0.1:$SQUID_AUTH_PORT" 127.0.0.1 "$ECHO_PORT" </dev/null 2>&1 >/dev/null)
+status=$?
+set -e
+[ "$status" = 1 ] || { echo "proxy asking for authentication: exit status $status, wanted 1"; exit 1; }
+case "$message" in
+  *"WinSock error 65533"*) ;;
+  *) echo "unexpected message: $message"; exit 1 ;;
+esac
+echo "dxconnect relayed ${#payload} bytes in six modes and reported a failed lookup and a 407"

@@ -4,6 +4,7 @@
 #include <ws2tcpip.h>
 #include <windows.h>
 
+#include "http_api.h"
 #include "socks_api.h"
 
 #include <atomic>
@@ -176,17 +177,47 @@ std::string Meaning(int code) {
 // One way of connecting s through the proxy. On failure *error is the WinSock error to report.
 using Connector = bool (*)(SOCKET s, const Options &o, const sockaddr_in &proxy, int *error);
 
-bool ConnectSocks(SOCKET s, const Options &o, const sockaddr_in &proxy, int *error) {
-    const unsigned version = o.type == ProxyType::Socks5 ? 5 : 4;
-    if (SOCKS_SetProxyEx(s, &proxy, static_cast<int>(sizeof proxy), o.user.c_str(), version) != 0) {
+// The calls of one family of the library, so that both proxy kinds take the same roads.
+struct Family {
+    int (*startup)(void *, int);
+    int (*asyncSelect)(SOCKET, HWND, unsigned int, long);
+    int (*connectEx)(SOCKET, const char *, unsigned int, HWND, int);
+    int (*connectCanceled)(SOCKET);
+    unsigned int (*connectError)(SOCKET);
+};
+
+const Family kSocks = {SOCKS_Startup, SOCKS_WSAAsyncSelect, SOCKS_ConnectEx, SOCKS_ConnectCanceled,
+                       SOCKS_GetConnectError};
+const Family kHttp = {HTTP_Startup, HTTP_WSAAsyncSelect, HTTP_ConnectEx, HTTP_ConnectCanceled, HTTP_GetConnectError};
+
+const Family &FamilyOf(const Options &o) { return o.type == ProxyType::Http ? kHttp : kSocks; }
+
+// Names the proxy for s: 0, or 1 when the library kept no state for it.
+int SetProxy(SOCKET s, const Options &o, const sockaddr_in &proxy) {
+    const int length = static_cast<int>(sizeof proxy);
+    switch (o.type) {
+        case ProxyType::Http: return HTTP_SetProxy(s, &proxy, length, o.user.c_str(), 0);
+        case ProxyType::Socks5: return SOCKS_SetProxyEx(s, &proxy, length, o.user.c_str(), 5);
+        default: return SOCKS_SetProxyEx(s, &proxy, length, o.user.c_str(), 4);
+    }
+}
+
+// The error to show for a failed connect whose WinSock error says nothing of its own.
+int ExplainFailure(SOCKET s, const Family &family, int error) {
+    if (family.connectError(s) != 0) return static_cast<int>(family.connectError(s));
+    if (family.connectCanceled(s)) return DXSOCKS_PASSWORD_CANCELLED;
+    return error;
+}
+
+bool ConnectBlocking(SOCKET s, const Options &o, const sockaddr_in &proxy, int *error) {
+    const Family &family = FamilyOf(o);
+    if (SetProxy(s, o, proxy) != 0) {
         *error = WSAENOTSOCK;
         return false;
     }
     WSASetLastError(0);  // so that a refusal without an error of its own shows as 0
-    if (SOCKS_ConnectEx(s, o.destHost.c_str(), o.destPort, nullptr, AF_INET) == 0) return true;
-    *error = WSAGetLastError();
-    if (*error == 0 && SOCKS_ConnectCanceled(s)) *error = DXSOCKS_PASSWORD_CANCELLED;
-    if (*error == 0) *error = static_cast<int>(SOCKS_GetConnectError(s));
+    if (family.connectEx(s, o.destHost.c_str(), o.destPort, nullptr, AF_INET) == 0) return true;
+    *error = ExplainFailure(s, family, WSAGetLastError());
     return false;
 }
 
@@ -195,21 +226,20 @@ constexpr DWORD kHandshakeLimitMs = 30000;
 
 // The non-blocking road: the library keeps our selection until the handshake ends, then posts
 // FD_CONNECT with the outcome in the upper 16 bits to our window.
-bool ConnectSocksNonBlocking(SOCKET s, const Options &o, const sockaddr_in &proxy, int *error) {
-    if (!SOCKS_Startup(nullptr, 0)) {
+bool ConnectNonBlocking(SOCKET s, const Options &o, const sockaddr_in &proxy, int *error) {
+    const Family &family = FamilyOf(o);
+    if (!family.startup(nullptr, 0)) {
         *error = static_cast<int>(GetLastError());
         return false;
     }
     HWND window = CreateWindowExA(0, "STATIC", "", 0, 0, 0, 0, 0, HWND_MESSAGE, nullptr, nullptr, nullptr);
     bool connected = false;
     *error = WSAETIMEDOUT;
-    const unsigned version = o.type == ProxyType::Socks5 ? 5 : 4;
     if (window == nullptr) {
         *error = static_cast<int>(GetLastError());
-    } else if (SOCKS_WSAAsyncSelect(s, window, kSocketMessage, FD_CONNECT) != 0 ||
-               SOCKS_SetProxyEx(s, &proxy, static_cast<int>(sizeof proxy), o.user.c_str(), version) != 0) {
+    } else if (family.asyncSelect(s, window, kSocketMessage, FD_CONNECT) != 0 || SetProxy(s, o, proxy) != 0) {
         *error = WSAENOTSOCK;
-    } else if (SOCKS_ConnectEx(s, o.destHost.c_str(), o.destPort, nullptr, AF_INET) != 0) {
+    } else if (family.connectEx(s, o.destHost.c_str(), o.destPort, nullptr, AF_INET) != 0) {
         *error = WSAGetLastError();
     } else {
         // A failed TCP connect to the proxy is never posted, so the wait has a limit of our own.
@@ -221,6 +251,7 @@ bool ConnectSocksNonBlocking(SOCKET s, const Options &o, const sockaddr_in &prox
                 continue;
             }
             if (message.message == kSocketMessage && WSAGETSELECTEVENT(message.lParam) == FD_CONNECT) {
+                // The error word holds 16 bits: 65532 and its neighbours arrive whole.
                 *error = WSAGETSELECTERROR(message.lParam);
                 connected = *error == 0;
                 break;
@@ -236,14 +267,7 @@ bool ConnectSocksNonBlocking(SOCKET s, const Options &o, const sockaddr_in &prox
     return connected;
 }
 
-// Picks how to connect; null, with *missing saying why, when this build of the library cannot.
-Connector ChooseConnector(const Options &o, const char **missing) {
-    if (o.type == ProxyType::Http) {
-        *missing = "HTTP proxies are not available in this build";
-        return nullptr;
-    }
-    return o.nonBlocking ? ConnectSocksNonBlocking : ConnectSocks;
-}
+Connector ChooseConnector(const Options &o) { return o.nonBlocking ? ConnectNonBlocking : ConnectBlocking; }
 
 // Returns 0, or the lookup's WinSock error.
 int ResolveProxy(const Options &o, sockaddr_in *address) {
@@ -379,12 +403,7 @@ int main(int argc, char **argv) {
     Options o;
     const int parsed = ParseOptions(argc, argv, &o);
     if (parsed >= 0) return parsed;
-    const char *missing = nullptr;
-    const Connector connector = ChooseConnector(o, &missing);
-    if (connector == nullptr) {
-        std::fprintf(stderr, "dxconnect: %s\n", missing);
-        return kExitUsage;
-    }
+    const Connector connector = ChooseConnector(o);
 
     WSADATA wsa;
     if (const int rc = WSAStartup(MAKEWORD(2, 2), &wsa)) {
