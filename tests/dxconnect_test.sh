@@ -14,8 +14,7 @@ relay() {
 relay -t socks4 -x "127.0.0.1:$DANTE_PORT"
 relay -t socks5 -x "127.0.0.1:$DANTE_PORT"
 relay -n -t socks4 -x "127.0.0.1:$DANTE_PORT"
-# microsocks drops the rest of a relay at a half-close, so the modes all go through danted.
-relay -n -t socks5 -x "127.0.0.1:$DANTE_PORT"
+relay -n -t socks5 -x "127.0.0.1:$MICROSOCKS_PORT"
 relay -t http -x "127.0.0.1:$TINYPROXY_PORT"
 relay -n -t http -x "127.0.0.1:$SQUID_PORT"
 

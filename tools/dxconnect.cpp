@@ -34,8 +34,8 @@ const char kUsage[] =
     "  -v             print every library log line to standard error\n"
     "  -n             non-blocking mode: the handshake runs on the library's hidden thread and\n"
     "                 its outcome arrives at this program's window as FD_CONNECT\n"
-    "  -w SECONDS     after standard input ends, keep reading the connection for at most\n"
-    "                 this long (default 2)\n"
+    "  -w SECONDS     after standard input ends, keep reading the connection for this long,\n"
+    "                 unless the peer closes first (default 2)\n"
     "  -h             show this help\n"
     "\n"
     "Exit status: 0 done, 1 connect failed or connection lost, 2 usage error,\n"
@@ -324,7 +324,8 @@ void PumpInput(std::shared_ptr<Relay> relay) {
            ReadFile(in, buffer, static_cast<DWORD>(sizeof buffer), &got, nullptr) && got > 0) {
         if (!SendAll(relay->s, buffer, static_cast<int>(got))) break;
     }
-    shutdown(relay->s, SD_SEND);
+    // No half-close: many proxies end the whole tunnel at the client's FIN and drop what is still
+    // on its way back. The -w time after the end of input lets the rest come in.
     relay->inputEndedAt = std::chrono::steady_clock::now();
     relay->inputEnded = true;
 }
