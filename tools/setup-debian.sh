@@ -3,7 +3,7 @@
 # the cross compiler, Wine, and the real proxies the tests talk to.
 set -euo pipefail
 packages=(
-  cmake make python3 googletest clang libclang-rt-dev
+  cmake make g++ python3 googletest clang libclang-rt-dev
   g++-mingw-w64-x86-64-posix binutils-mingw-w64-x86-64
   wine wine64
   dante-server microsocks tinyproxy squid apache2-utils

@@ -80,6 +80,40 @@ int ErrorLeftByTheRealSelect(SOCKET writable) {
     return WSAGetLastError();
 }
 
+void SetConnectErrorOne(CSocksSocket* object) { object->connectError = 1; }
+
+// The library's waits have no limit. Where a test must not reach one, or reaches one on purpose, this
+// ends it after a while from a second thread, by default by setting connectError to 1, which the test
+// then sees.
+class WaitBreaker {
+public:
+    WaitBreaker(CSocksSocket* object, DWORD ms, void (*end)(CSocksSocket*) = SetConnectErrorOne)
+        : object_(object), ms_(ms), end_(end) {
+        stop_ = CreateEventA(nullptr, TRUE, FALSE, nullptr);
+        thread_ = CreateThread(nullptr, 0, &WaitBreaker::Run, this, 0, nullptr);
+    }
+    ~WaitBreaker() {
+        SetEvent(stop_);
+        EXPECT_EQ(WaitForSingleObject(thread_, 10000), static_cast<DWORD>(WAIT_OBJECT_0));
+        CloseHandle(thread_);
+        CloseHandle(stop_);
+    }
+    WaitBreaker(const WaitBreaker&) = delete;
+    WaitBreaker& operator=(const WaitBreaker&) = delete;
+
+private:
+    static DWORD WINAPI Run(void* p) {
+        auto* self = static_cast<WaitBreaker*>(p);
+        if (WaitForSingleObject(self->stop_, self->ms_) == WAIT_TIMEOUT) self->end_(self->object_);
+        return 0;
+    }
+    CSocksSocket* object_;
+    DWORD ms_;
+    void (*end_)(CSocksSocket*);
+    HANDLE stop_ = nullptr;
+    HANDLE thread_ = nullptr;
+};
+
 class SocksCallsTest : public ::testing::Test {
 protected:
     void SetUp() override {
@@ -770,13 +804,15 @@ TEST_F(SocksCallsTest, SelectPutsEstablishedSocketsBehindThePlainOnes) {
 TEST_F(SocksCallsTest, SelectDropsAnIdleSocketThoughItIsWritable) {
     SOCKET idle = Connected().host;
     SOCKET plain = Connected().host;
-    Add(idle);
+    CSocksSocket* object = Add(idle);
     for (const auto& order : {std::vector<SOCKET>{idle, plain}, std::vector<SOCKET>{plain, idle}}) {
         fd_set writes = SetOf(order);
         timeval zero = {0, 0};
+        WaitBreaker breaker(object, 3000);
         EXPECT_EQ(SOCKS_select(0, nullptr, &writes, nullptr, &zero), 1);
         EXPECT_EQ(Entries(writes), std::vector<SOCKET>{plain});
     }
+    EXPECT_EQ(object->connectError, 0u);
 }
 
 TEST_F(SocksCallsTest, SelectOfSixtyFourEstablishedSocketsLosesWhatNoLongerFits) {
@@ -825,6 +861,7 @@ TEST_F(SocksCallsTest, SelectFailsWhenAHandshakeCannotEnd) {
         fd_set writes = SetOf({managed, plain});
         timeval zero = {0, 0};
         const int stood = ErrorLeftByTheRealSelect(plain);
+        WaitBreaker breaker(object, 3000);
         dxtest::LogCapture capture;
         WSASetLastError(kEarlierError);
         EXPECT_EQ(SOCKS_select(0, nullptr, &writes, nullptr, &zero), SOCKET_ERROR);
@@ -839,10 +876,13 @@ TEST_F(SocksCallsTest, SelectLooksAtTheManagedSocketsInTheOrderOfTheSet) {
     SOCKET failed = Connected().host;
     SOCKET canceled = Connected().host;
     SOCKET plain = Connected().host;
-    Add(failed)->state = kFailed;
-    CSocksSocket* object = Add(canceled);
-    object->state = kAwaitMethodReply;
-    object->canceled = 1;
+    CSocksSocket* failedObject = Add(failed);
+    failedObject->state = kFailed;
+    CSocksSocket* canceledObject = Add(canceled);
+    canceledObject->state = kAwaitMethodReply;
+    canceledObject->canceled = 1;
+    WaitBreaker failedBreaker(failedObject, 3000);
+    WaitBreaker canceledBreaker(canceledObject, 3000);
     struct Case {
         std::vector<SOCKET> set;
         int error;
@@ -890,34 +930,21 @@ TEST_F(SocksCallsTest, SelectWaitsPumpingTheCallersMessagesUntilTheHandshakeEnds
         object->state = kAwaitSocks4Reply;
         g_timerObject = object;
         g_timerAction = c.action;
-        // Only a pumped message of this thread ends the handshake; should the wait not pump, a second
-        // thread ends it with another error after a while.
+        // Only a pumped message of this thread ends the handshake.
         UINT_PTR timer = SetTimer(nullptr, 0, 200, ActOnTimer);
         ASSERT_NE(timer, 0u);
-        struct Rescue {
-            HANDLE stop;
-            CSocksSocket* object;
-        } rescue = {CreateEventA(nullptr, TRUE, FALSE, nullptr), object};
-        HANDLE rescuer = CreateThread(
-            nullptr, 0,
-            [](void* p) -> DWORD {
-                auto* r = static_cast<Rescue*>(p);
-                if (WaitForSingleObject(r->stop, 5000) == WAIT_TIMEOUT) r->object->connectError = 1;
-                return 0;
-            },
-            &rescue, 0, nullptr);
-        ASSERT_NE(rescuer, nullptr);
-
         fd_set writes = SetOf({managed, plain});
         timeval zero = {0, 0};
-        DWORD start = GetTickCount();
-        int result = SOCKS_select(0, nullptr, &writes, nullptr, &zero);
-        int error = WSAGetLastError();
-        DWORD elapsed = GetTickCount() - start;
-        SetEvent(rescue.stop);
-        EXPECT_EQ(WaitForSingleObject(rescuer, 10000), static_cast<DWORD>(WAIT_OBJECT_0));
-        CloseHandle(rescuer);
-        CloseHandle(rescue.stop);
+        int result = 0;
+        int error = 0;
+        DWORD elapsed = 0;
+        {
+            WaitBreaker breaker(object, 5000);
+            DWORD start = GetTickCount();
+            result = SOCKS_select(0, nullptr, &writes, nullptr, &zero);
+            error = WSAGetLastError();
+            elapsed = GetTickCount() - start;
+        }
         KillTimer(nullptr, timer);
 
         EXPECT_EQ(result, c.result);
@@ -930,6 +957,83 @@ TEST_F(SocksCallsTest, SelectWaitsPumpingTheCallersMessagesUntilTheHandshakeEnds
         EXPECT_GE(elapsed, 150u);
         EXPECT_NE(object->connectError, 1u);
     }
+}
+
+// ---- SOCKS_BindEx ----
+
+TEST_F(SocksCallsTest, BindExWaitsPumpingTheCallersMessagesThenClearsTheRead) {
+    struct Case {
+        const char* name;
+        void (*action)(CSocksSocket*);
+        int result;
+        int error;
+    };
+    const Case cases[] = {
+        {"established",
+         [](CSocksSocket* o) {
+             o->state = kEstablished;
+             o->readPointer = o->receiveBuffer + 8;
+             o->bytesRead = 8;
+             o->bytesRequested = 8;
+         },
+         0, 0},
+        // The cancellation's 65534 is replaced by the code, -1, at the end.
+        {"cancelled",
+         [](CSocksSocket* o) {
+             o->canceled = 1;
+             o->readPointer = o->receiveBuffer + 3;
+             o->bytesRead = 3;
+             o->bytesRequested = 8;
+         },
+         SOCKET_ERROR, -1},
+    };
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.name);
+        SOCKET s = Socket();
+        // The listener stands in for the proxy; nothing answers, so only the pumped message ends the wait.
+        ASSERT_EQ(SOCKS_SetProxyEx(s, &listenAddress, sizeof listenAddress, "", 4), 0);
+        CSocksSocket* object = Find(s);
+        g_timerObject = object;
+        g_timerAction = c.action;
+        UINT_PTR timer = SetTimer(nullptr, 0, 200, ActOnTimer);
+        ASSERT_NE(timer, 0u);
+        HWND before = reinterpret_cast<HWND>(static_cast<uintptr_t>(0x1234));
+        g_hParentWindow = before;
+        int result = 1;
+        int error = 1;
+        DWORD elapsed = 0;
+        {
+            WaitBreaker breaker(object, 5000, [](CSocksSocket* o) { o->canceled = 1; });
+            DWORD start = GetTickCount();
+            result = SOCKS_BindEx(s, "127.0.0.1", 4321, reinterpret_cast<HWND>(static_cast<uintptr_t>(0x99)), AF_INET);
+            error = WSAGetLastError();
+            elapsed = GetTickCount() - start;
+        }
+        KillTimer(nullptr, timer);
+        EXPECT_EQ(result, c.result);
+        EXPECT_EQ(error, c.error);
+        EXPECT_GE(elapsed, 150u);
+        EXPECT_LT(elapsed, 4000u);
+        EXPECT_EQ(object->command, kCommandBind);
+        EXPECT_EQ(object->readPointer, nullptr);
+        EXPECT_EQ(object->bytesRead, 0);
+        EXPECT_EQ(object->bytesRequested, 0);
+        // Unlike SOCKS_ConnectEx, the BIND leaves the parent window of the first-use prompt alone.
+        EXPECT_EQ(g_hParentWindow, before);
+    }
+    g_hParentWindow = nullptr;
+}
+
+TEST_F(SocksCallsTest, BindExWithoutAProxyLeavesTheParentWindowAlone) {
+    SOCKET s = Socket();
+    HWND before = reinterpret_cast<HWND>(static_cast<uintptr_t>(0x1234));
+    g_hParentWindow = before;
+    EXPECT_EQ(SOCKS_BindEx(s, "127.0.0.1", 4321, nullptr, AF_INET), WSAENOTSOCK);
+    EXPECT_EQ(SOCKS_BindEx(INVALID_SOCKET, "127.0.0.1", 4321, nullptr, AF_INET), WSAENOTSOCK);
+    EXPECT_EQ(g_hParentWindow, before);
+    ASSERT_NE(Find(s), nullptr);
+    EXPECT_EQ(Find(s)->state, kIdle);
+    g_hParentWindow = nullptr;
 }
 
 // ---- SOCKS_ConnectEx twice, SOCKS_SetProxyEx, SOCKS_SetProtocolVersion ----
