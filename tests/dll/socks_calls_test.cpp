@@ -67,9 +67,9 @@ protected:
     }
     // The socket was closed through the library, which forgot it.
     void ClosedThroughTheLibrary() { s = INVALID_SOCKET; }
-    void MakeNonBlocking(SOCKET socket) {
+    void MakeNonBlocking(SOCKET handle) {
         u_long on = 1;
-        ASSERT_EQ(SOCKS_ioctlsocket(socket, static_cast<long>(FIONBIO), &on), 0);
+        ASSERT_EQ(SOCKS_ioctlsocket(handle, static_cast<long>(FIONBIO), &on), 0);
     }
     // A plain socket connected to the echo server: writable at once.
     SOCKET EchoConnection() {
@@ -245,28 +245,44 @@ TEST_F(SocksCallsDllTest, OnlyFionbioAndAPushedSelectionLeaveStateThatTheCloseKe
     dxtest::HostWindow window;
     const UINT message = dxtest::HostWindow::kSocketMessage;
     const Case cases[] = {
-        {"FIONREAD", [](SOCKET x) { u_long n = 0; SOCKS_ioctlsocket(x, static_cast<long>(FIONREAD), &n); }, false},
+        {"FIONREAD",
+         [](SOCKET x) {
+             u_long count = 0;
+             SOCKS_ioctlsocket(x, static_cast<long>(FIONREAD), &count);
+         },
+         false},
         {"FIONBIO, null argument", [](SOCKET x) { SOCKS_ioctlsocket(x, static_cast<long>(FIONBIO), nullptr); }, false},
-        {"FIONBIO", [](SOCKET x) { u_long on = 1; SOCKS_ioctlsocket(x, static_cast<long>(FIONBIO), &on); }, true},
+        {"FIONBIO",
+         [](SOCKET x) {
+             u_long on = 1;
+             SOCKS_ioctlsocket(x, static_cast<long>(FIONBIO), &on);
+         },
+         true},
         {"WSAAsyncSelect without FD_CONNECT",
          [&](SOCKET x) { SOCKS_WSAAsyncSelect(x, window.Handle(), message, FD_READ); }, false},
         {"WSAAsyncSelect with FD_CONNECT",
          [&](SOCKET x) { SOCKS_WSAAsyncSelect(x, window.Handle(), message, FD_CONNECT | FD_READ); }, true},
-        {"getsockname", [](SOCKET x) { sockaddr_in n = {}; int l = sizeof n; SOCKS_getsockname(x, reinterpret_cast<sockaddr*>(&n), &l); }, false},
+        {"getsockname",
+         [](SOCKET x) {
+             sockaddr_in name = {};
+             int length = sizeof name;
+             SOCKS_getsockname(x, reinterpret_cast<sockaddr*>(&name), &length);
+         },
+         false},
         {"listen", [](SOCKET x) { SOCKS_listen(x, 1); }, false},
     };
     for (const Case& c : cases) {
         SCOPED_TRACE(c.name);
-        SOCKET socket = dxtest::MakeTcpSocket();
-        c.call(socket);
-        EXPECT_EQ(SOCKS_closesocket(socket), 0);
-        EXPECT_EQ(IsOpen(socket), c.leavesState);
+        SOCKET handle = dxtest::MakeTcpSocket();
+        c.call(handle);
+        EXPECT_EQ(SOCKS_closesocket(handle), 0);
+        EXPECT_EQ(IsOpen(handle), c.leavesState);
         if (c.leavesState) {
             // The host's way out: forget the state, then close the socket itself.
-            SOCKS_CleanupSocket(socket);
-            EXPECT_TRUE(IsOpen(socket));
-            EXPECT_EQ(SOCKS_closesocket(socket), 0);
-            EXPECT_FALSE(IsOpen(socket));
+            SOCKS_CleanupSocket(handle);
+            EXPECT_TRUE(IsOpen(handle));
+            EXPECT_EQ(SOCKS_closesocket(handle), 0);
+            EXPECT_FALSE(IsOpen(handle));
         }
     }
 }
@@ -386,11 +402,11 @@ TEST_F(SocksCallsDllTest, SelectOfACancelledPasswordPromptFailsWith65534) {
 }
 
 TEST_F(SocksCallsDllTest, BindExWithoutAProxyGivesPositive10038AndErrorZero) {
-    for (SOCKET socket : {s, INVALID_SOCKET}) {
-        SCOPED_TRACE(socket == INVALID_SOCKET ? "INVALID_SOCKET" : "socket without a proxy");
+    for (SOCKET handle : {s, INVALID_SOCKET}) {
+        SCOPED_TRACE(handle == INVALID_SOCKET ? "INVALID_SOCKET" : "socket without a proxy");
         dxtest::LogCapture capture;
         WSASetLastError(4242);
-        EXPECT_EQ(SOCKS_BindEx(socket, "127.0.0.1", 4321, nullptr, AF_INET), WSAENOTSOCK);
+        EXPECT_EQ(SOCKS_BindEx(handle, "127.0.0.1", 4321, nullptr, AF_INET), WSAENOTSOCK);
         EXPECT_EQ(WSAGetLastError(), 0);
         auto lines = capture.Lines();
         ASSERT_GE(lines.size(), 4u);

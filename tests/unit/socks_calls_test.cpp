@@ -683,7 +683,9 @@ TEST_F(SocksCallsTest, WsaAsyncSelectByObjectAndState) {
         EXPECT_EQ(SOCKS_WSAAsyncSelect(pair.host, window.Handle(), message, c.events), 0);
         Lines expected = {Line("Begin func SOCKS_WSAAsyncSelect"), Line(" socket = " + N(pair.host)),
                           Line(parameters)};
-        if (c.state == kNoObject && c.stored) expected.push_back(Line("CSocksSocket::CSocksSocket(" + N(pair.host) + ")"));
+        if (c.state == kNoObject && c.stored) {
+            expected.push_back(Line("CSocksSocket::CSocksSocket(" + N(pair.host) + ")"));
+        }
         expected.push_back(Line(c.action));
         expected.push_back(Line(" result = 0"));
         expected.push_back(Line("End func SOCKS_WSAAsyncSelect"));
