@@ -52,10 +52,13 @@ int CHttpSocket::StartConnect(unsigned newCommand, const char* host, unsigned po
     if (host != nullptr) CopyText(targetHost, sizeof targetHost, host);
     std::snprintf(targetService, sizeof targetService, "%u", port);
 
+    // In event mode the state reads 1 while the TCP connect is still under way. It is written before
+    // the connect starts: the hidden thread may take FD_CONNECT and send the request before connect
+    // returns here, and a 1 written after that would have the next FD_READ send the request again.
+    if (asyncMode) state = kConnected;
     int outcome = ConnectToServer(parent);
     if (outcome == 0) {
-        // In event mode the state reads 1 while the TCP connect is still under way.
-        state = kConnected;
+        if (!asyncMode) state = kConnected;
         ReportEvent(command == kCommandConnect ? 2000 : 2001);
         if (!asyncMode && state != kEstablished) {
             do {
