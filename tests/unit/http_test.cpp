@@ -1,0 +1,901 @@
+// CHttpSocket driven one step at a time, with its fields in view; the status-line parser; the HTTP
+// hidden window's event handler. The proxy's end of each connection is a socket of the test itself.
+#include "http_socket.h"
+
+#include <gtest/gtest.h>
+
+#include <climits>
+#include <cstdio>
+#include <cstring>
+#include <string>
+#include <vector>
+
+#include "bench.h"
+#include "bounded_text.h"
+#include "host_window.h"
+#include "http_api.h"
+#include "http_wire.h"
+#include "lifecycle.h"
+#include "log_capture.h"
+#include "proxy_socket_manager.h"
+#include "socks_api.h"
+#include "socks_socket.h"
+
+namespace {
+
+using Lines = std::vector<std::string>;
+
+std::string Line(const std::string& text) { return "DXSOCKS: " + text; }
+std::string N(SOCKET s) { return std::to_string(static_cast<int>(s)); }
+
+sockaddr_in Address(const char* dotted, uint16_t port) {
+    sockaddr_in address = {};
+    address.sin_family = AF_INET;
+    address.sin_port = htons(port);
+    address.sin_addr.s_addr = inet_addr(dotted);
+    return address;
+}
+
+// What send gives on a TCP socket that isn't connected; WinSock and Wine differ in the code.
+int SendErrorWithoutAConnection() {
+    SOCKET s = dxtest::MakeTcpSocket();
+    int error = send(s, "x", 1, 0) == SOCKET_ERROR ? WSAGetLastError() : 0;
+    closesocket(s);
+    return error;
+}
+
+std::string Request(const std::string& target) {
+    return "CONNECT " + target + " HTTP/1.1\r\nHost: " + target + "\r\n\r\n";
+}
+
+// ---- The status line ----
+
+TEST(HttpStatusLineTest, StatusAndReasonAsTheStackReadsThem) {
+    struct Case {
+        std::string text;
+        int status;
+        std::string reason;
+    };
+    const Case cases[] = {
+        {"HTTP/1.0 200 OK\r\nProxy-agent: x\r\n\r\n", 200, "OK"},
+        {"X 200", 200, ""},
+        {"HTTP/1.1 200\r\n\r\n", 200, ""},
+        {"HTTP/1.1 200 Connection established\r\n\r\n", 200, "Connection established"},
+        {"HTTP/1.1 404 Not Found\r\n", 404, "Not Found"},
+        {"HTTP/1.1 407 Proxy Authentication Required\r\n", 407, "Proxy Authentication Required"},
+        // Without a blank: 500 and no reason.
+        {"HTTP/1.1200OK\r\n\r\n", 500, ""},
+        {"", 500, ""},
+        // Only the first blank counts; the word before it plays no part.
+        {"HTTP/1.1\r\n 200 OK", 200, "OK"},
+        {"HTTP/1.1  200 OK", 0, "200 OK"},
+        {"HTTP/1.1 +200 OK", 0, "200 OK"},
+        {"HTTP/1.1 abc", 0, "bc"},
+        {"A 0200 OK", 200, "OK"},
+        // Digits read as atoi reads them, wrapping at 32 bits.
+        {"A 4294967496 wrapped", 200, "wrapped"},
+        {"A 4294967295 x", -1, "x"},
+        {"A 2147483648 x", INT_MIN, "x"},
+        {"A " + std::string(300, '0') + "200 OK", 200, ""},
+        // The reason ends at a control byte or a byte with the high bit set; DEL is neither.
+        {"A 200 ab\x01" "cd", 200, "ab"},
+        {"A 200 ab\tcd", 200, "ab"},
+        {"A 200 ab\xe9" "cd", 200, "ab"},
+        {"A 200 ab\x7f" "cd", 200, "ab\x7f" "cd"},
+        // 256 characters from the first digit.
+        {"A 200 " + std::string(300, 'r'), 200, std::string(252, 'r')},
+        {"A 2 " + std::string(300, 'r'), 2, std::string(254, 'r')},
+        {"A x" + std::string(300, 'r'), 0, std::string(255, 'r')},
+        {"A 4294967496 " + std::string(300, 'r'), 200, std::string(245, 'r')},
+    };
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.text.substr(0, 40));
+        HttpStatus parsed = ParseHttpStatus(c.text.c_str());
+        EXPECT_EQ(parsed.status, c.status);
+        EXPECT_EQ(std::string(parsed.reason), c.reason);
+    }
+}
+
+TEST(HttpStatusLineTest, OnlyTwoHundredSucceeds) {
+    struct Case {
+        int status;
+        unsigned error;
+    };
+    const Case cases[] = {{200, 0},     {404, 65532}, {407, 65533}, {201, 10061}, {204, 10061},
+                          {0, 10061},   {500, 10061}, {-1, 10061},  {403, 10061}, {502, 10061}};
+    for (const Case& c : cases) EXPECT_EQ(HttpStatusError(c.status), c.error) << c.status;
+}
+
+// ---- Objects on a connection whose far end the test holds ----
+
+class HttpSocketTest : public ::testing::Test {
+protected:
+    void SetUp() override {
+        g_pProxySocketManager = new CProxySocketManager();
+        listener = dxtest::MakeTcpSocket();
+        sockaddr_in any = Address("127.0.0.1", 0);
+        ASSERT_EQ(bind(listener, reinterpret_cast<sockaddr*>(&any), sizeof any), 0);
+        ASSERT_EQ(listen(listener, SOMAXCONN), 0);
+        int length = sizeof listenAddress;
+        ASSERT_EQ(getsockname(listener, reinterpret_cast<sockaddr*>(&listenAddress), &length), 0);
+    }
+    void TearDown() override {
+        for (CHttpSocket* object : objects) delete object;
+        for (SOCKET s : owned) closesocket(s);
+        closesocket(listener);
+        delete g_pProxySocketManager;
+        g_pProxySocketManager = nullptr;
+    }
+
+    SOCKET Own(SOCKET s) {
+        owned.push_back(s);
+        return s;
+    }
+    CHttpSocket* Object(SOCKET s) {
+        objects.push_back(new CHttpSocket(s));
+        return objects.back();
+    }
+    // The host's socket connected to the test's listener, and the far end that plays the proxy.
+    struct Pair {
+        SOCKET host = INVALID_SOCKET;
+        SOCKET proxy = INVALID_SOCKET;
+    };
+    Pair Connected() {
+        Pair pair;
+        pair.host = Own(dxtest::MakeTcpSocket());
+        EXPECT_EQ(connect(pair.host, reinterpret_cast<sockaddr*>(&listenAddress), sizeof listenAddress), 0);
+        pair.proxy = Own(accept(listener, nullptr, nullptr));
+        EXPECT_NE(pair.proxy, INVALID_SOCKET);
+        // Bounds every blocking peek and read of the host's socket.
+        DWORD limit = 5000;
+        setsockopt(pair.host, SOL_SOCKET, SO_RCVTIMEO, reinterpret_cast<const char*>(&limit), sizeof limit);
+        return pair;
+    }
+    // An object on a connected pair, in the state of a sent request.
+    CHttpSocket* AwaitingReply(const Pair& pair) {
+        CHttpSocket* object = Object(pair.host);
+        object->state = kAwaitHttpReply;
+        return object;
+    }
+    static void Target(CHttpSocket* object, const char* host, const char* service) {
+        CopyText(object->targetHost, sizeof object->targetHost, host);
+        CopyText(object->targetService, sizeof object->targetService, service);
+    }
+    static void MakeNonBlocking(SOCKET s) {
+        u_long on = 1;
+        ASSERT_EQ(ioctlsocket(s, FIONBIO, &on), 0);
+    }
+
+    std::vector<SOCKET> owned;
+    std::vector<CHttpSocket*> objects;
+    SOCKET listener = INVALID_SOCKET;
+    sockaddr_in listenAddress = {};
+};
+
+TEST_F(HttpSocketTest, ConstructorLogsTheSocketAndSetsTheDefaults) {
+    dxtest::LogCapture capture;
+    CHttpSocket object(1234);
+    EXPECT_EQ(capture.Lines(), Lines{Line("CHttpSocket::CHttpSocket(1234)")});
+    EXPECT_EQ(object.state, kIdle);
+    EXPECT_EQ(object.useAuthentication, 0);
+    EXPECT_EQ(object.useProxy, 0);
+    EXPECT_EQ(object.proxyChosen, 0);
+    EXPECT_EQ(object.reserved, 255);
+}
+
+TEST_F(HttpSocketTest, SetProxyTakesTheAuthenticationFlagOnlyWithAProxy) {
+    CHttpSocket object(1);
+    sockaddr_in proxy = Address("10.1.2.3", 3128);
+    object.SetProxy(&proxy, sizeof proxy, "alice", 1);
+    EXPECT_EQ(object.useProxy, 1);
+    EXPECT_EQ(object.proxyChosen, 1);
+    EXPECT_EQ(object.useAuthentication, 1);
+    EXPECT_EQ(object.proxyAddress.sin_addr.s_addr, proxy.sin_addr.s_addr);
+    EXPECT_EQ(object.proxyAddress.sin_port, proxy.sin_port);
+    EXPECT_STREQ(object.userId, "alice");
+
+    object.SetProxy(&proxy, sizeof proxy, "alice", 0);
+    EXPECT_EQ(object.useAuthentication, 0);
+    object.SetProxy(&proxy, sizeof proxy, "alice", 7);
+    EXPECT_EQ(object.useAuthentication, 1);
+
+    // A zero address, or none: settled, no proxy, no authentication.
+    sockaddr_in zero = Address("0.0.0.0", 3128);
+    object.SetProxy(&zero, sizeof zero, "bob", 1);
+    EXPECT_EQ(object.useProxy, 0);
+    EXPECT_EQ(object.proxyChosen, 1);
+    EXPECT_EQ(object.useAuthentication, 0);
+    object.SetProxy(&proxy, sizeof proxy, "alice", 1);
+    object.SetProxy(nullptr, 0, nullptr, 1);
+    EXPECT_EQ(object.useProxy, 0);
+    EXPECT_EQ(object.useAuthentication, 0);
+}
+
+TEST_F(HttpSocketTest, UserIdKeeps510CharactersAndCutsALongerOne) {
+    CHttpSocket object(1);
+    sockaddr_in proxy = Address("10.1.2.3", 3128);
+    std::string exact(510, 'u');
+    object.SetProxy(&proxy, sizeof proxy, exact.c_str(), 0);
+    EXPECT_EQ(std::string(object.userId), exact);
+    std::string longer = std::string(510, 'v') + "wxyz";
+    object.SetProxy(&proxy, sizeof proxy, longer.c_str(), 0);
+    EXPECT_EQ(std::string(object.userId), std::string(510, 'v'));
+}
+
+// ---- OnHttpResponse on crafted buffers ----
+
+TEST_F(HttpSocketTest, OnHttpResponseJudgesTheReply) {
+    struct Case {
+        std::string reply;
+        int result;
+        unsigned code;
+        std::string judgement;
+    };
+    const Case cases[] = {
+        {"HTTP/1.0 200 OK\r\n\r\n", 0, 0, "OK 200. 'OK'"},
+        {"X 200\r\n\r\n", 0, 0, "OK 200. ''"},
+        {"HTTP/1.1 200\r\n\r\n", 0, 0, "OK 200. ''"},
+        {"HTTP/1.1 200 Connection established\r\n\r\n", 0, 0, "OK 200. 'Connection established'"},
+        {"NoBlankAtAll\r\n\r\n", -1, 10061, "500: ''"},
+        {"no digits behind the blank\r\n", -1, 10061, "0: 'igits behind the blank'"},
+        {"HTTPNOBLANK\r\n\r\n", -1, 10061, "500: ''"},
+        {"HTTP/1.1 201 Created\r\n\r\n", -1, 10061, "201: 'Created'"},
+        {"HTTP/1.1 204 No Content\r\n\r\n", -1, 10061, "204: 'No Content'"},
+        {"HTTP/1.1 403 Forbidden\r\n\r\n", -1, 10061, "403: 'Forbidden'"},
+        {"HTTP/1.1 404 Not Found\r\n\r\n", -1, 65532, "Unable to resolve host name 404: 'Not Found'"},
+        {"HTTP/1.1 407 Proxy Authentication Required\r\n\r\n", -1, 65533,
+         "Proxy Authentication Required 407: 'Proxy Authentication Required'"},
+    };
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.reply);
+        CHttpSocket object(1);
+        object.connectError = 4711;
+        std::memcpy(object.receiveBuffer, c.reply.data(), c.reply.size());
+        object.bytesRead = static_cast<int32_t>(c.reply.size());
+        unsigned code = 12345;
+        dxtest::LogCapture capture;
+        EXPECT_EQ(object.OnHttpResponse(&code), c.result);
+        EXPECT_EQ(code, c.code);
+        // Only a refusal is stored; a success leaves the field alone.
+        EXPECT_EQ(object.connectError, c.result == 0 ? 4711u : c.code);
+        Lines expected = {Line("CHttpSocket::OnHttpResponse - HTTP proxy authentication response read.\n"),
+                          Line("CHttpSocket::OnHttpResponse - " + c.judgement)};
+        EXPECT_EQ(capture.Lines(), expected);
+    }
+}
+
+TEST_F(HttpSocketTest, OnHttpResponseEndsTheTextAtBytesRead) {
+    CHttpSocket object(1);
+    std::memcpy(object.receiveBuffer, "X 2001", 6);
+    object.bytesRead = 5;
+    unsigned code = 1;
+    EXPECT_EQ(object.OnHttpResponse(&code), 0);
+    EXPECT_EQ(code, 0u);
+    EXPECT_EQ(object.receiveBuffer[5], 0);
+}
+
+TEST_F(HttpSocketTest, AReplyOf1024BytesLosesItsLastByteToTheTerminator) {
+    struct Case {
+        std::string reply;
+        int32_t bytesRead;
+        int result;
+        std::string judgement;
+    };
+    const Case cases[] = {
+        // The last byte completes "200"; without it the status is 20.
+        {std::string(1020, 'X') + " 200", 1024, -1, "20: ''"},
+        {std::string(1020, 'X') + " 200", 1023, -1, "20: ''"},
+        {std::string(1020, 'X') + " 200", 4000, -1, "20: ''"},
+        // The reason "AB" loses its B.
+        {std::string(1017, 'X') + " 200 AB", 1024, 0, "OK 200. 'A'"},
+    };
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.bytesRead);
+        ASSERT_EQ(c.reply.size(), 1024u);
+        CHttpSocket object(1);
+        std::memcpy(object.receiveBuffer, c.reply.data(), 1024);
+        object.bytesRead = c.bytesRead;
+        unsigned code = 1;
+        dxtest::LogCapture capture;
+        EXPECT_EQ(object.OnHttpResponse(&code), c.result);
+        EXPECT_EQ(object.receiveBuffer[1023], 0);
+        auto judged = dxtest::LinesStartingWith(capture.Lines(), Line("CHttpSocket::OnHttpResponse - ") + c.judgement);
+        EXPECT_EQ(judged.size(), 1u);
+    }
+}
+
+// ---- AddressToHostPortText ----
+
+TEST_F(HttpSocketTest, AddressToHostPortTextNeeds1059WideCharacters) {
+    sockaddr_in address = Address("127.0.0.1", 4321);
+    wchar_t out[1100];
+    for (wchar_t& c : out) c = 0x5555;
+    EXPECT_EQ(AddressToHostPortText(reinterpret_cast<sockaddr*>(&address), sizeof address, out, 1058), -1);
+    for (wchar_t c : out) ASSERT_EQ(c, 0x5555);
+
+    for (int size : {1059, 1060}) {
+        SCOPED_TRACE(size);
+        for (wchar_t& c : out) c = 0x5555;
+        EXPECT_EQ(AddressToHostPortText(reinterpret_cast<sockaddr*>(&address), sizeof address, out, size), 0);
+        std::wstring text(out);
+        // The host part is a name where a reverse lookup finds one.
+        ASSERT_GT(text.size(), 5u);
+        EXPECT_EQ(text.substr(text.size() - 5), L":4321");
+        std::wstring host = text.substr(0, text.size() - 5);
+        EXPECT_TRUE(host == L"127.0.0.1" || host.find(L':') == std::wstring::npos);
+        EXPECT_EQ(out[text.size() + 1], 0x5555);
+    }
+}
+
+TEST_F(HttpSocketTest, AddressToHostPortTextGivesTheLookupErrorAndWritesNothing) {
+    sockaddr_in address = Address("127.0.0.1", 4321);
+    address.sin_family = 12345;
+    wchar_t out[1060];
+    for (wchar_t& c : out) c = 0x5555;
+    int result = AddressToHostPortText(reinterpret_cast<sockaddr*>(&address), sizeof address, out, 1060);
+    EXPECT_NE(result, 0);
+    EXPECT_NE(result, -1);
+    EXPECT_EQ(WSAGetLastError(), result);
+    for (wchar_t c : out) ASSERT_EQ(c, 0x5555);
+}
+
+// ---- StartConnect ----
+
+TEST_F(HttpSocketTest, StartConnectClearsConnectErrorUnlikeTheSocksTwin) {
+    sockaddr_in closed = Address("127.0.0.1", 1);  // nothing listens on port 1
+
+    CHttpSocket* object = Object(Own(dxtest::MakeTcpSocket()));
+    object->SetProxy(&closed, sizeof closed, "", 0);
+    object->connectError = 1460;
+    object->canceled = 1;
+    unsigned error = 0;
+    object->StartConnect(kCommandConnect, "127.0.0.1", 80, nullptr, &error);
+    EXPECT_EQ(error, static_cast<unsigned>(WSAECONNREFUSED));
+    EXPECT_EQ(object->lastError, WSAECONNREFUSED);
+    EXPECT_EQ(object->state, kFinished);
+    EXPECT_EQ(object->connectError, 0u);
+    EXPECT_EQ(object->canceled, 0);
+
+    SOCKET other = Own(dxtest::MakeTcpSocket());
+    CSocksSocket twin(other);
+    twin.SetProxy(&closed, sizeof closed, "", 4);
+    twin.connectError = 1460;
+    error = 0;
+    twin.StartConnect(kCommandConnect, "127.0.0.1", 80, nullptr, &error);
+    EXPECT_EQ(error, static_cast<unsigned>(WSAECONNREFUSED));
+    EXPECT_EQ(twin.connectError, 1460u);
+}
+
+TEST_F(HttpSocketTest, StartConnectGoesOnWhenTheNameDoesNotResolveLocally) {
+    sockaddr_in closed = Address("127.0.0.1", 1);
+    CHttpSocket* object = Object(Own(dxtest::MakeTcpSocket()));
+    object->SetProxy(&closed, sizeof closed, "", 0);
+    unsigned error = 0;
+    object->StartConnect(kCommandConnect, "no-such-host.invalid", 8443, nullptr, &error);
+    // The TCP connect to the proxy was tried: its refusal, not the lookup's code, is the outcome.
+    EXPECT_EQ(error, static_cast<unsigned>(WSAECONNREFUSED));
+    EXPECT_EQ(object->targetAddress.sin_addr.s_addr, 0u);
+    EXPECT_EQ(object->targetAddress.sin_port, 0);
+    EXPECT_STREQ(object->targetHost, "no-such-host.invalid");
+    EXPECT_STREQ(object->targetService, "8443");
+}
+
+TEST_F(HttpSocketTest, StartConnectCutsTheHostAt1024CharactersAndRestoresTheMode) {
+    sockaddr_in closed = Address("127.0.0.1", 1);
+    CHttpSocket* object = Object(Own(dxtest::MakeTcpSocket()));
+    object->SetProxy(&closed, sizeof closed, "", 0);
+    std::string host(1100, 'h');
+    object->StartConnect(kCommandBind, host.c_str(), 65535, nullptr, nullptr);
+    EXPECT_EQ(std::string(object->targetHost), std::string(1024, 'h'));
+    EXPECT_STREQ(object->targetService, "65535");
+    EXPECT_EQ(object->command, kCommandBind);
+    EXPECT_EQ(object->asyncMode, 0);
+    EXPECT_EQ(object->useCount, 1);
+}
+
+TEST_F(HttpSocketTest, BlockingStartConnectRunsBothStepsAndEndsInState10) {
+    SOCKET s = Own(dxtest::MakeTcpSocket());
+    DWORD limit = 5000;
+    setsockopt(s, SOL_SOCKET, SO_RCVTIMEO, reinterpret_cast<const char*>(&limit), sizeof limit);
+    CHttpSocket* object = Object(s);
+    object->SetProxy(&listenAddress, sizeof listenAddress, "", 0);
+    struct Proxy {
+        SOCKET listener;
+        size_t expected;
+        std::string request;
+    } proxy{listener, Request("example.com:443").size(), {}};
+    HANDLE thread = CreateThread(
+        nullptr, 0,
+        [](void* p) -> DWORD {
+            auto* proxy = static_cast<Proxy*>(p);
+            SOCKET peer = accept(proxy->listener, nullptr, nullptr);
+            proxy->request = dxtest::Receive(peer, proxy->expected, 5000);
+            dxtest::SendAll(peer, "HTTP/1.1 200 Connection established\r\n\r\n");
+            Sleep(300);
+            closesocket(peer);
+            return 0;
+        },
+        &proxy, 0, nullptr);
+    ASSERT_NE(thread, nullptr);
+    unsigned error = 1;
+    object->StartConnect(kCommandConnect, "example.com", 443, nullptr, &error);
+    EXPECT_EQ(WaitForSingleObject(thread, 10000), static_cast<DWORD>(WAIT_OBJECT_0));
+    CloseHandle(thread);
+    EXPECT_EQ(error, 0u);
+    EXPECT_EQ(object->state, kEstablished);
+    EXPECT_EQ(object->lastError, 0);
+    EXPECT_EQ(proxy.request, Request("example.com:443"));
+}
+
+// ---- ProcessHttpState ----
+
+TEST_F(HttpSocketTest, State1SendsTheRequestAndAwaitsTheReply) {
+    Pair pair = Connected();
+    CHttpSocket* object = Object(pair.host);
+    Target(object, "example.com", "8080");
+    object->state = kConnected;
+    dxtest::LogCapture capture;
+    EXPECT_EQ(object->ProcessHttpState(), 0);
+    EXPECT_EQ(object->state, kAwaitHttpReply);
+    EXPECT_EQ(dxtest::Receive(pair.proxy, 1000, 500), Request("example.com:8080"));
+    Lines expected = {
+        Line("CHttpSocket::SendHttpAuthentication - Sending HTTP proxy authentication request.\n" +
+             Request("example.com:8080")),
+        Line("CHttpSocket::Send - " + std::to_string(Request("example.com:8080").size()) + " bytes sent."),
+    };
+    EXPECT_EQ(capture.Lines(), expected);
+}
+
+TEST_F(HttpSocketTest, EmptyTargetHostTakesTheTargetFromTheAddress) {
+    Pair pair = Connected();
+    CHttpSocket* object = Object(pair.host);
+    object->targetAddress = Address("127.0.0.1", 4321);
+    object->state = kConnected;
+    ASSERT_EQ(object->ProcessHttpState(), 0);
+    wchar_t wide[1060] = {};
+    ASSERT_EQ(AddressToHostPortText(reinterpret_cast<sockaddr*>(&object->targetAddress), 16, wide, 1060), 0);
+    char target[1100] = {};
+    ASSERT_GT(WideCharToMultiByte(CP_UTF8, 0, wide, -1, target, sizeof target, nullptr, nullptr), 0);
+    std::string received = dxtest::Receive(pair.proxy, 1000, 500);
+    EXPECT_EQ(received, Request(target));
+    EXPECT_NE(received.find(":4321 HTTP/1.1\r\n"), std::string::npos);
+}
+
+TEST_F(HttpSocketTest, State1WithoutAConnectionFailsTheSendAndRestsIn9) {
+    CHttpSocket* object = Object(Own(dxtest::MakeTcpSocket()));
+    Target(object, "example.com", "80");
+    object->state = kConnected;
+    const int code = SendErrorWithoutAConnection();
+    ASSERT_NE(code, 0);
+    EXPECT_EQ(object->ProcessHttpState(), code);
+    EXPECT_EQ(object->state, kFinished);
+    EXPECT_EQ(object->lastError, code);
+    EXPECT_EQ(object->connectError, 0u);
+}
+
+TEST_F(HttpSocketTest, AuthenticationWithoutAPasswordSourceIsCancelledAndSendsNothing) {
+    Pair pair = Connected();
+    CHttpSocket* object = Object(pair.host);
+    sockaddr_in proxy = listenAddress;
+    object->SetProxy(&proxy, sizeof proxy, "alice", 1);
+    Target(object, "example.com", "80");
+    object->state = kConnected;
+    dxtest::LogCapture capture;
+    WSASetLastError(0);
+    EXPECT_EQ(object->SendHttpAuthentication(), -1);
+    EXPECT_EQ(WSAGetLastError(), 65534);
+    EXPECT_EQ(object->canceled, 1);
+    EXPECT_EQ(capture.Lines(), Lines{Line("CHttpSocket::SendHttpAuthentication - Password request cancelled.")});
+
+    EXPECT_EQ(object->ProcessHttpState(), -1);
+    EXPECT_EQ(object->state, kFinished);
+    EXPECT_EQ(object->lastError, 65534);
+    EXPECT_EQ(object->canceled, 1);
+    EXPECT_EQ(object->connectError, 0u);
+    EXPECT_EQ(dxtest::Receive(pair.proxy, 1000, 300), "");
+}
+
+TEST_F(HttpSocketTest, PasswordTimeOutFailsTheSendWith1460AndClearsCanceled) {
+    for (int authenticate : {0, 1}) {
+        SCOPED_TRACE(authenticate);
+        Pair pair = Connected();
+        CHttpSocket* object = Object(pair.host);
+        object->useAuthentication = authenticate;
+        object->passwordTimedOut = 1;
+        object->canceled = 1;
+        Target(object, "example.com", "80");
+        object->state = kConnected;
+        dxtest::LogCapture capture;
+        EXPECT_EQ(object->ProcessHttpState(), -1);
+        EXPECT_EQ(WSAGetLastError(), 1460);
+        EXPECT_EQ(object->canceled, 0);
+        EXPECT_EQ(object->state, kFinished);
+        EXPECT_EQ(object->lastError, -1);
+        EXPECT_EQ(capture.Lines(), Lines{Line("CHttpSocket::SendHttpAuthentication - Password request timeout.")});
+        EXPECT_EQ(dxtest::Receive(pair.proxy, 1000, 300), "");
+    }
+}
+
+TEST_F(HttpSocketTest, BlockingConnectExAfterAPasswordTimeOutFailsWith1460) {
+    SOCKET s = Own(dxtest::MakeTcpSocket());
+    ASSERT_EQ(HTTP_SetProxy(s, &listenAddress, sizeof listenAddress, "", 0), 0);
+    auto* object = static_cast<CHttpSocket*>(g_pProxySocketManager->FindSocket(s));
+    ASSERT_NE(object, nullptr);
+    object->passwordTimedOut = 1;
+    WSASetLastError(0);
+    EXPECT_EQ(HTTP_ConnectEx(s, "127.0.0.1", 80, nullptr, AF_INET), -1);
+    EXPECT_EQ(WSAGetLastError(), 1460);
+    EXPECT_EQ(object->state, kFinished);
+    EXPECT_EQ(HTTP_ConnectCanceled(s), 0);
+}
+
+TEST_F(HttpSocketTest, State11TakesTheReplyAndJudgesIt) {
+    struct Case {
+        std::string reply;  // empty: the proxy closes without a byte
+        int result;
+        uint32_t state;
+        int32_t lastError;
+        uint32_t connectError;
+    };
+    const Case cases[] = {
+        {"HTTP/1.0 200 OK\r\n\r\n", 0, kEstablished, 0, 0},
+        {"", 0, kEstablished, 0, 0},
+        {"HTTP/1.1 404 Not Found\r\n\r\n", -1, kFailed, 65532, 65532},
+        {"HTTP/1.1 407 Proxy Authentication Required\r\n\r\n", -1, kFailed, 65533, 65533},
+        {"HTTP/1.1 502 Bad Gateway\r\n\r\n", -1, kFailed, 10061, 10061},
+        {"garbage", -1, kFailed, 10061, 10061},
+    };
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.reply);
+        Pair pair = Connected();
+        CHttpSocket* object = AwaitingReply(pair);
+        if (c.reply.empty()) {
+            shutdown(pair.proxy, SD_SEND);
+        } else {
+            ASSERT_TRUE(dxtest::SendAll(pair.proxy, c.reply));
+            Sleep(100);
+        }
+        EXPECT_EQ(object->ProcessHttpState(), c.result);
+        EXPECT_EQ(object->state, c.state);
+        EXPECT_EQ(object->lastError, c.lastError);
+        EXPECT_EQ(object->connectError, c.connectError);
+        EXPECT_EQ(object->bytesRead, static_cast<int32_t>(c.reply.size()));
+        EXPECT_EQ(object->bytesRequested, 0);
+        EXPECT_EQ(object->receiveBuffer[0], 0);
+        EXPECT_EQ(object->receiveBuffer[1], 0);
+    }
+}
+
+TEST_F(HttpSocketTest, State11ConsumesExactlyWhatThePeekShowed) {
+    Pair pair = Connected();
+    CHttpSocket* object = AwaitingReply(pair);
+    ASSERT_TRUE(dxtest::SendAll(pair.proxy, "HTTP/1.1 200 OK\r\n"));
+    Sleep(100);
+    ASSERT_EQ(object->ProcessHttpState(), 0);
+    ASSERT_TRUE(dxtest::SendAll(pair.proxy, "Via: x\r\n\r\n"));
+    // The rest of the header is the host's first data.
+    EXPECT_EQ(dxtest::Receive(pair.host, 10, 1000), "Via: x\r\n\r\n");
+}
+
+TEST_F(HttpSocketTest, State11WithAFailingPeekEndsIn12WithTheWinsockError) {
+    // The socket is not connected, so the peek fails at once.
+    SOCKET s = Own(dxtest::MakeTcpSocket());
+    CHttpSocket* object = Object(s);
+    object->state = kAwaitHttpReply;
+    dxtest::LogCapture capture;
+    EXPECT_EQ(object->ProcessHttpState(), -1);
+    EXPECT_EQ(object->state, kFailed);
+    EXPECT_EQ(object->lastError, WSAENOTCONN);
+    EXPECT_EQ(object->connectError, 0u);
+    EXPECT_EQ(capture.Lines(), Lines{Line("SocketPeek() returned err:" + std::to_string(WSAENOTCONN))});
+}
+
+TEST_F(HttpSocketTest, OtherStatesAreNoStep) {
+    for (uint32_t state : std::vector<uint32_t>{kIdle, kConnecting, kFinished, kEstablished, kFailed, kHttpCancelled, 3, 8}) {
+        CHttpSocket object(1);
+        object.state = state;
+        dxtest::LogCapture capture;
+        EXPECT_EQ(object.ProcessHttpState(), -1) << state;
+        EXPECT_EQ(object.state, state);
+        EXPECT_TRUE(capture.Lines().empty());
+    }
+}
+
+// ---- The end of a non-blocking exchange, as the host's window sees it ----
+
+class HttpEventModeTest : public HttpSocketTest {
+protected:
+    void SetUp() override {
+        HttpSocketTest::SetUp();
+        ASSERT_EQ(HTTP_Startup(nullptr, 0), 1);
+        ASSERT_TRUE(IsWindow(g_hHttpWindow));
+    }
+    void TearDown() override {
+        HTTP_Cleanup();
+        HttpSocketTest::TearDown();
+    }
+    // An object whose outcome goes to the host's window as FD_CONNECT.
+    CHttpSocket* EventDriven(SOCKET s) {
+        CHttpSocket* object = Object(s);
+        object->PushAsyncSelect(host.Handle(), dxtest::HostWindow::kSocketMessage, FD_CONNECT);
+        return object;
+    }
+    // The error word of the one FD_CONNECT posted for s; -1 if none came.
+    long PostedError(SOCKET s) {
+        host.PumpFor(200);
+        auto messages = host.SocketMessages(s);
+        if (messages.size() != 1 || messages[0].Event() != FD_CONNECT) return -1;
+        return static_cast<long>(messages[0].Error());
+    }
+    dxtest::HostWindow host;
+};
+
+TEST_F(HttpEventModeTest, FailuresOfTheRequestStepReachTheHost) {
+    // Send failure: the socket isn't connected.
+    SOCKET unconnected = Own(dxtest::MakeTcpSocket());
+    CHttpSocket* object = EventDriven(unconnected);
+    Target(object, "example.com", "80");
+    object->state = kConnected;
+    const int code = SendErrorWithoutAConnection();
+    ASSERT_NE(code, 0);
+    EXPECT_EQ(object->ProcessHttpState(), code);
+    EXPECT_EQ(object->state, kFinished);
+    EXPECT_EQ(PostedError(unconnected), code);
+
+    // Cancelled password prompt.
+    Pair cancelled = Connected();
+    object = EventDriven(cancelled.host);
+    Target(object, "example.com", "80");
+    object->useAuthentication = 1;
+    object->state = kConnected;
+    EXPECT_EQ(object->ProcessHttpState(), -1);
+    EXPECT_EQ(object->state, kFinished);
+    EXPECT_EQ(PostedError(cancelled.host), 65534);
+
+    // Timed-out password prompt: the error word of -1.
+    Pair timedOut = Connected();
+    object = EventDriven(timedOut.host);
+    Target(object, "example.com", "80");
+    object->passwordTimedOut = 1;
+    object->state = kConnected;
+    EXPECT_EQ(object->ProcessHttpState(), -1);
+    EXPECT_EQ(object->state, kFinished);
+    EXPECT_EQ(PostedError(timedOut.host), 0xFFFF);
+}
+
+TEST_F(HttpEventModeTest, FailuresOfTheReplyStepReachTheHost) {
+    // The peek fails: the host gets WinSock's error.
+    SOCKET unconnected = Own(dxtest::MakeTcpSocket());
+    CHttpSocket* object = EventDriven(unconnected);
+    object->state = kAwaitHttpReply;
+    EXPECT_EQ(object->ProcessHttpState(), -1);
+    EXPECT_EQ(object->state, kFailed);
+    EXPECT_EQ(PostedError(unconnected), WSAENOTCONN);
+
+    // A refusal: the host gets the stack's code.
+    Pair refused = Connected();
+    object = EventDriven(refused.host);
+    object->state = kAwaitHttpReply;
+    ASSERT_TRUE(dxtest::SendAll(refused.proxy, "HTTP/1.1 404 Not Found\r\n\r\n"));
+    Sleep(100);
+    EXPECT_EQ(object->ProcessHttpState(), -1);
+    EXPECT_EQ(PostedError(refused.host), 65532);
+}
+
+TEST_F(HttpEventModeTest, NothingWithinTwoHundredPeeksEndsIn12With10035) {
+    Pair pair = Connected();
+    MakeNonBlocking(pair.host);
+    CHttpSocket* object = EventDriven(pair.host);
+    object->state = kAwaitHttpReply;
+    DWORD start = GetTickCount();
+    EXPECT_EQ(object->ProcessHttpState(), WSAEWOULDBLOCK);
+    DWORD elapsed = GetTickCount() - start;
+    EXPECT_GE(elapsed, 1500u);
+    EXPECT_LT(elapsed, 6000u);
+    EXPECT_EQ(object->state, kFailed);
+    EXPECT_EQ(object->lastError, WSAEWOULDBLOCK);
+    EXPECT_EQ(PostedError(pair.host), WSAEWOULDBLOCK);
+}
+
+// ---- httpHiddenOnSocketEvent ----
+
+class HttpHiddenEventTest : public HttpEventModeTest {
+protected:
+    CHttpSocket* Registered(SOCKET s) {
+        return static_cast<CHttpSocket*>(g_pProxySocketManager->AddSocket(s, kHttpSocketType));
+    }
+    static std::string EventLine(SOCKET s, unsigned error, unsigned events) {
+        char line[128];
+        std::snprintf(line, sizeof line, "httpHiddenOnSocketEvent(socket:%d,error:%d,FD event:%x)",
+                      static_cast<int>(s), static_cast<int>(error), events);
+        return Line(line);
+    }
+};
+
+TEST_F(HttpHiddenEventTest, EventForAnUnknownSocketIsLoggedAndIgnored) {
+    dxtest::LogCapture capture;
+    EXPECT_EQ(httpHiddenOnSocketEvent(777, 0, FD_READ), 1);
+    EXPECT_EQ(capture.Lines(), Lines{EventLine(777, 0, FD_READ)});
+}
+
+TEST_F(HttpHiddenEventTest, CloseIsLoggedAndNothingElseHappens) {
+    Pair pair = Connected();
+    ASSERT_TRUE(dxtest::SendAll(pair.proxy, "HTTP/1.1 200 OK\r\n\r\n"));
+    CHttpSocket* object = Registered(pair.host);
+    object->state = kAwaitHttpReply;
+    for (unsigned events : {unsigned(FD_CLOSE), unsigned(FD_CLOSE | FD_READ), unsigned(FD_CLOSE | FD_CONNECT)}) {
+        dxtest::LogCapture capture;
+        EXPECT_EQ(httpHiddenOnSocketEvent(pair.host, 0, events), 1);
+        Lines expected = {EventLine(pair.host, 0, events), Line("httpHiddenOnSocketEvent(FD_CLOSE). Error 0")};
+        EXPECT_EQ(capture.Lines(), expected);
+        EXPECT_EQ(object->state, kAwaitHttpReply);
+    }
+    dxtest::LogCapture capture;
+    httpHiddenOnSocketEvent(pair.host, WSAECONNRESET, FD_CLOSE);
+    EXPECT_EQ(capture.Lines().back(), Line("httpHiddenOnSocketEvent(FD_CLOSE). Error " + std::to_string(WSAECONNRESET)));
+}
+
+TEST_F(HttpHiddenEventTest, ConnectWithAnErrorIsDroppedAndTheStateStays) {
+    CHttpSocket* object = Registered(Own(dxtest::MakeTcpSocket()));
+    object->state = kConnected;
+    dxtest::LogCapture capture;
+    httpHiddenOnSocketEvent(object->socket, WSAECONNREFUSED, FD_CONNECT);
+    EXPECT_EQ(capture.Lines(), Lines{EventLine(object->socket, WSAECONNREFUSED, FD_CONNECT)});
+    EXPECT_EQ(object->state, kConnected);
+}
+
+TEST_F(HttpHiddenEventTest, AFailedConnectStepIsLoggedAndSkipsTheReadStep) {
+    CHttpSocket* object = Registered(Own(dxtest::MakeTcpSocket()));
+    Target(object, "example.com", "80");
+    object->state = kConnecting;
+    dxtest::LogCapture capture;
+    httpHiddenOnSocketEvent(object->socket, 0, FD_CONNECT | FD_READ);
+    auto lines = capture.Lines();
+    EXPECT_EQ(dxtest::LinesStartingWith(lines, Line("httpHiddenOnSocketEvent(FD_CONNECT). Error ")),
+              Lines{Line("httpHiddenOnSocketEvent(FD_CONNECT). Error " + std::to_string(SendErrorWithoutAConnection()))});
+    EXPECT_TRUE(dxtest::LinesStartingWith(lines, Line("httpHiddenOnSocketEvent(FD_READ)")).empty());
+    EXPECT_EQ(object->state, kFinished);
+}
+
+TEST_F(HttpHiddenEventTest, ReadInState10IsNoStep) {
+    Pair pair = Connected();
+    ASSERT_TRUE(dxtest::SendAll(pair.proxy, "tunnel data"));
+    CHttpSocket* object = Registered(pair.host);
+    object->state = kEstablished;
+    dxtest::LogCapture capture;
+    httpHiddenOnSocketEvent(pair.host, 0, FD_READ);
+    EXPECT_EQ(capture.Lines(), Lines{EventLine(pair.host, 0, FD_READ)});
+    EXPECT_EQ(object->state, kEstablished);
+    EXPECT_EQ(dxtest::Receive(pair.host, 11, 1000), "tunnel data");
+}
+
+TEST_F(HttpHiddenEventTest, ReadInState12StopsTheEventsOfTheSocket) {
+    // The host's selection of FD_READ stands; in state 12 the read event takes it away, in 10 not.
+    for (uint32_t state : {kFailed, kEstablished}) {
+        SCOPED_TRACE(state);
+        Pair pair = Connected();
+        dxtest::HostWindow window;
+        ASSERT_EQ(WSAAsyncSelect(pair.host, window.Handle(), dxtest::HostWindow::kSocketMessage, FD_READ), 0);
+        CHttpSocket* object = Registered(pair.host);
+        object->state = state;
+        dxtest::LogCapture capture;
+        httpHiddenOnSocketEvent(pair.host, 0, FD_READ);
+        EXPECT_EQ(capture.Lines(), Lines{EventLine(pair.host, 0, FD_READ)});
+        EXPECT_EQ(object->state, state);
+        ASSERT_TRUE(dxtest::SendAll(pair.proxy, "late"));
+        bool read = window.PumpUntil([&] { return !window.SocketMessages(pair.host).empty(); }, 1000);
+        EXPECT_EQ(read, state == kEstablished);
+    }
+}
+
+TEST_F(HttpHiddenEventTest, ReadWhileAStepIsUnderWayReportsNothing) {
+    Pair pair = Connected();
+    ASSERT_TRUE(dxtest::SendAll(pair.proxy, "HTTP/1.1 200 OK\r\n\r\n"));
+    CHttpSocket* object = Registered(pair.host);
+    object->state = kAwaitHttpReply;
+    object->inProcessState = 1;
+    EXPECT_EQ(object->ProcessState(), 0);
+    dxtest::LogCapture capture;
+    httpHiddenOnSocketEvent(pair.host, 0, FD_READ);
+    EXPECT_EQ(capture.Lines(), Lines{EventLine(pair.host, 0, FD_READ)});
+    EXPECT_EQ(object->state, kAwaitHttpReply);
+    EXPECT_EQ(object->inProcessState, 1);
+}
+
+TEST_F(HttpHiddenEventTest, ReadInAStateWithoutAStepFailsAndIsLogged) {
+    for (uint32_t state : {kIdle, kFinished}) {
+        CHttpSocket* object = Registered(Own(dxtest::MakeTcpSocket()));
+        object->state = state;
+        dxtest::LogCapture capture;
+        httpHiddenOnSocketEvent(object->socket, 0, FD_READ);
+        Lines expected = {EventLine(object->socket, 0, FD_READ), Line("httpHiddenOnSocketEvent(FD_READ). Error -1")};
+        EXPECT_EQ(capture.Lines(), expected) << state;
+    }
+}
+
+TEST_F(HttpHiddenEventTest, ReadInState11TakesTheReply) {
+    Pair pair = Connected();
+    ASSERT_TRUE(dxtest::SendAll(pair.proxy, "HTTP/1.1 200 OK\r\n\r\n"));
+    Sleep(100);
+    CHttpSocket* object = Registered(pair.host);
+    object->state = kAwaitHttpReply;
+    httpHiddenOnSocketEvent(pair.host, 0, FD_READ);
+    EXPECT_EQ(object->state, kEstablished);
+}
+
+// ---- The export calls that need the registry's view ----
+
+TEST_F(HttpSocketTest, FionbioSetsEventModeWhateverTheArgumentSays) {
+    SOCKET s = Own(dxtest::MakeTcpSocket());
+    u_long off = 0;
+    dxtest::LogCapture capture;
+    EXPECT_EQ(HTTP_ioctlsocket(s, static_cast<long>(FIONBIO), &off), 0);
+    auto* object = static_cast<CHttpSocket*>(g_pProxySocketManager->FindSocket(s));
+    ASSERT_NE(object, nullptr);
+    EXPECT_EQ(object->asyncMode, 1);
+    EXPECT_EQ(object->state, kIdle);
+    Lines expected = {Line("Begin func HTTP_ioctlsocket"), Line(" socket = " + N(s)),
+                      Line("CHttpSocket::CHttpSocket(" + N(s) + ")"), Line(" set socket non-blocking"),
+                      Line(" result = 0"), Line("End func HTTP_ioctlsocket")};
+    EXPECT_EQ(capture.Lines(), expected);
+
+    // Other commands make no object.
+    SOCKET other = Own(dxtest::MakeTcpSocket());
+    u_long count = 0;
+    EXPECT_EQ(HTTP_ioctlsocket(other, static_cast<long>(FIONREAD), &count), 0);
+    EXPECT_EQ(g_pProxySocketManager->FindSocket(other), nullptr);
+}
+
+TEST_F(HttpSocketTest, InvalidSocketWithFionbioMakesNoObjectAndReachesIoctlsocket) {
+    u_long on = 1;
+    EXPECT_EQ(HTTP_ioctlsocket(INVALID_SOCKET, static_cast<long>(FIONBIO), &on), WSAENOTSOCK);
+    EXPECT_EQ(g_pProxySocketManager->Count(), 0u);
+}
+
+TEST_F(HttpSocketTest, AsyncSelectWithoutFdConnectMakesNoObject) {
+    SOCKET s = Own(dxtest::MakeTcpSocket());
+    dxtest::HostWindow window;
+    EXPECT_EQ(HTTP_WSAAsyncSelect(s, window.Handle(), dxtest::HostWindow::kSocketMessage, FD_READ), 0);
+    EXPECT_EQ(g_pProxySocketManager->Count(), 0u);
+    EXPECT_EQ(HTTP_WSAAsyncSelect(s, window.Handle(), dxtest::HostWindow::kSocketMessage, FD_READ | FD_CONNECT), 0);
+    ASSERT_EQ(g_pProxySocketManager->Count(), 1u);
+    auto* object = static_cast<CHttpSocket*>(g_pProxySocketManager->FindSocket(s));
+    ASSERT_NE(object, nullptr);
+    EXPECT_EQ(object->asyncWindow, window.Handle());
+    EXPECT_EQ(object->asyncEvents, static_cast<uint32_t>(FD_READ | FD_CONNECT));
+    EXPECT_EQ(object->asyncMode, 1);
+}
+
+TEST_F(HttpSocketTest, ASocketOfTheSocksFamilyIsFoundByTheHttpCallsAndGetsNoSecondObject) {
+    SOCKET s = Own(dxtest::MakeTcpSocket());
+    sockaddr_in proxy = Address("10.1.2.3", 1080);
+    ASSERT_EQ(SOCKS_SetProxyEx(s, &proxy, sizeof proxy, "", 5), 0);
+    CProxySocket* socksObject = g_pProxySocketManager->FindSocket(s);
+    ASSERT_NE(socksObject, nullptr);
+    socksObject->canceled = 1;
+    socksObject->connectError = 1460;
+
+    dxtest::LogCapture capture;
+    EXPECT_EQ(HTTP_ConnectCanceled(s), 1);
+    EXPECT_EQ(HTTP_GetConnectError(s), 1460u);
+    sockaddr_in name = {};
+    int length = sizeof name;
+    EXPECT_EQ(HTTP_getsockname(s, reinterpret_cast<sockaddr*>(&name), &length), 0);
+    EXPECT_EQ(name.sin_addr.s_addr, proxy.sin_addr.s_addr);
+    EXPECT_EQ(name.sin_port, 0);
+    u_long on = 1;
+    EXPECT_EQ(HTTP_ioctlsocket(s, static_cast<long>(FIONBIO), &on), 0);
+    dxtest::HostWindow window;
+    EXPECT_EQ(HTTP_WSAAsyncSelect(s, window.Handle(), dxtest::HostWindow::kSocketMessage, FD_CONNECT), 0);
+
+    EXPECT_EQ(g_pProxySocketManager->Count(), 1u);
+    EXPECT_EQ(g_pProxySocketManager->FindSocket(s), socksObject);
+    EXPECT_TRUE(dxtest::LinesStartingWith(capture.Lines(), Line("CHttpSocket::CHttpSocket(")).empty());
+    EXPECT_EQ(dxtest::LinesStartingWith(capture.Lines(), Line("calling ")),
+              Lines{Line("calling CHttpSocket::GetSockName")});
+
+    HTTP_CleanupSocket(s);
+    EXPECT_EQ(g_pProxySocketManager->Count(), 0u);
+}
+
+}  // namespace
