@@ -133,3 +133,19 @@ int AsyncSelectManaged(const char* name, int type, SOCKET s, HWND window, unsign
     LogEnd(name, result);
     return result;
 }
+
+int ReadCanceled(const char* name, SOCKET s) {
+    LogBegin(name, s);
+    CProxySocket* object = g_pProxySocketManager->FindSocket(s);
+    int result = object != nullptr ? object->canceled : 0;
+    LogEnd(name, result);
+    return result;
+}
+
+unsigned ReadConnectError(const char* name, SOCKET s) {
+    LogBegin(name, s);
+    CProxySocket* object = g_pProxySocketManager->FindSocket(s);
+    unsigned result = object != nullptr ? object->connectError : 0;
+    LogEnd(name, static_cast<int>(result));
+    return result;
+}

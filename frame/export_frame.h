@@ -6,6 +6,10 @@
 
 #include <cstddef>
 
+#include "lifecycle.h"
+#include "log.h"
+#include "proxy_socket_manager.h"
+
 void LogBegin(const char* name, SOCKET s);
 void LogEnd(const char* name, int result);
 // Logs `format` ("Begin addr %s:%d" or "End addr %s:%d") with the record's address and port; a null
@@ -24,6 +28,81 @@ int ListenManaged(const char* name, SOCKET s, int backlog);
 int SelectManaged(const char* name, int nfds, fd_set* readfds, fd_set* writefds, fd_set* exceptfds,
                   const timeval* timeout);
 int AsyncSelectManaged(const char* name, int type, SOCKET s, HWND window, unsigned message, long events);
+
+int ReadCanceled(const char* name, SOCKET s);
+unsigned ReadConnectError(const char* name, SOCKET s);
+
+// How a family's BIND wait ends besides a granted request: on a cancelled prompt always, and for
+// the HTTP family also on a recorded refusal.
+enum class BindWaitEnds { kOnCancel, kOnCancelOrConnectError };
+
+// ConnectEx of both families. A socket that was named no proxy fails: never a direct connection.
+template <typename Socket>
+int ConnectThroughProxy(const char* name, int type, SOCKET s, const char* host, unsigned port, HWND parent) {
+    LogBegin(name, s);
+    SOCKS_LogString("Begin host:port %s:%d", host, static_cast<int>(port));
+    auto* object = static_cast<Socket*>(g_pProxySocketManager->FindOrAddSocket(s, type));
+    g_hParentWindow = parent;
+    int code;
+    if (object == nullptr) {
+        code = WSAENOTSOCK;
+    } else if (!object->proxyChosen) {
+        code = WSAGetLastError();
+        if (code == 0) code = -1;
+    } else {
+        unsigned error = 0;
+        object->StartConnect(kCommandConnect, host, port, parent, &error);
+        code = static_cast<int>(error);
+    }
+    int result = code == 0 ? 0 : SOCKET_ERROR;
+    SOCKS_LogString("End host:port %s:%d", host, static_cast<int>(port));
+    SOCKS_LogString("WinSock Error = %d", code);
+    LogEnd(name, result);
+    if (code > 0) WSASetLastError(code);
+    return result;
+}
+
+// BindEx of both families: the exchange, then a wait that pumps this thread's messages while the
+// hidden thread does the work. It has no time limit.
+template <typename Socket>
+int BindThroughProxy(const char* name, int type, BindWaitEnds ends, SOCKET s, const char* host, unsigned port,
+                     HWND parent) {
+    LogBegin(name, s);
+    SOCKS_LogString("Begin host:port %s:%d", host, static_cast<int>(port));
+    auto* object = static_cast<Socket*>(g_pProxySocketManager->FindOrAddSocket(s, type));
+    int code = 0;
+    int result;
+    if (object == nullptr || !object->proxyChosen) {
+        result = WSAENOTSOCK;  // positive, with a WinSock error of 0
+    } else {
+        unsigned error = 0;
+        object->StartConnect(kCommandBind, host, port, parent, &error);
+        code = static_cast<int>(error);
+        while (object->state != kEstablished) {
+            if (object->canceled) {
+                code = -1;
+                WSASetLastError(65534);
+                break;
+            }
+            if (ends == BindWaitEnds::kOnCancelOrConnectError && object->connectError != 0) {
+                code = -1;
+                WSASetLastError(static_cast<int>(object->connectError));
+                break;
+            }
+            PumpOneMessage();
+        }
+        object->readPointer = nullptr;
+        object->bytesRead = 0;
+        object->bytesRequested = 0;
+        result = code == 0 ? 0 : SOCKET_ERROR;
+    }
+    SOCKS_LogString("End host:port %s:%d", host, static_cast<int>(port));
+    SOCKS_LogString("WinSock Error = %d", code);
+    LogEnd(name, result);
+    // Replaces what the wait set: after a failed wait the WinSock error reads -1.
+    WSASetLastError(code);
+    return result;
+}
 
 // The dispatch tables hold function pointers of any type.
 using AnyFunction = void (*)();

@@ -76,18 +76,21 @@ DWORD RunHiddenWindowThread(const HiddenWindowFamily& family) {
     return 0;
 }
 
-void CopyDispatchTable(void* destination, int size, const void* table, size_t tableSize) {
-    if (destination == nullptr) return;
-    auto wanted = static_cast<size_t>(static_cast<int64_t>(size));
-    std::memcpy(destination, table, wanted < tableSize ? wanted : tableSize);
-}
-
-int StartHiddenWindow(const HiddenWindowFamily& family) {
-    if (*family.startupCount != 0) return 1;
-    *family.thread = CreateThread(nullptr, 0, family.threadRoutine, nullptr, 0, nullptr);
-    if (*family.thread == nullptr) return 0;
-    // No time limit: a thread that cannot make its window leaves this wait running.
-    while (!IsWindow(*family.window)) PumpOneMessage();
-    ShowWindow(*family.window, SW_HIDE);
+int StartFamily(const HiddenWindowFamily& family, const char* name, void* table, int size, const void* dispatch,
+                size_t dispatchSize) {
+    SOCKS_LogString("Begin func %s", name);
+    if (table != nullptr) {
+        auto wanted = static_cast<size_t>(static_cast<int64_t>(size));
+        std::memcpy(table, dispatch, wanted < dispatchSize ? wanted : dispatchSize);
+    }
+    if (*family.startupCount == 0) {
+        *family.thread = CreateThread(nullptr, 0, family.threadRoutine, nullptr, 0, nullptr);
+        if (*family.thread == nullptr) return 0;
+        // No time limit: a thread that cannot make its window leaves this wait running.
+        while (!IsWindow(*family.window)) PumpOneMessage();
+        ShowWindow(*family.window, SW_HIDE);
+    }
+    ++*family.startupCount;
+    SOCKS_LogString("End func %s", name);
     return 1;
 }

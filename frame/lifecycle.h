@@ -46,10 +46,9 @@ LRESULT HiddenWindowProcedure(const HiddenWindowFamily& family, SocketEventHandl
 // The body of a family's hidden thread: register the class, make the window, serve its messages.
 DWORD RunHiddenWindowThread(const HiddenWindowFamily& family);
 
-// Startup's copy of the family's dispatch table: the smaller of `size` and the table, where the
-// comparison is unsigned on the sign-extended size, so a negative size copies the whole table.
-void CopyDispatchTable(void* destination, int size, const void* table, size_t tableSize);
-
-// The first startup of a family starts its thread and waits, pumping, until its window exists.
-// Returns 0 when the thread could not be created.
-int StartHiddenWindow(const HiddenWindowFamily& family);
+// A family's Startup: copies the smaller of `size` and the dispatch table into `table` (may be null;
+// the comparison is unsigned on the sign-extended size, so a negative size copies the whole table);
+// the first startup starts the thread and waits, pumping, until its window exists; then counts.
+// Returns 1, or 0 when the thread could not be created.
+int StartFamily(const HiddenWindowFamily& family, const char* name, void* table, int size, const void* dispatch,
+                size_t dispatchSize);

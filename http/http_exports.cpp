@@ -12,7 +12,6 @@ CHttpSocket* FindOrAddHttpSocket(SOCKET s) {
     return static_cast<CHttpSocket*>(g_pProxySocketManager->FindOrAddSocket(s, kHttpSocketType));
 }
 
-CHttpSocket* FindHttpSocket(SOCKET s) { return static_cast<CHttpSocket*>(g_pProxySocketManager->FindSocket(s)); }
 
 // The dispatch table of HTTP_Startup. Null slots are exports this build doesn't have.
 const AnyFunction kHttpDispatchTable[31] = {
@@ -123,12 +122,7 @@ int HTTP_WSAAsyncSelect(SOCKET s, HWND window, unsigned int message, long events
 }
 
 int HTTP_Startup(void* table, int size) {
-    SOCKS_LogString("Begin func %s", "HTTP_Startup");
-    CopyDispatchTable(table, size, kHttpDispatchTable, sizeof kHttpDispatchTable);
-    if (!StartHiddenWindow(kHttpFamily)) return 0;
-    ++g_httpStartupCount;
-    SOCKS_LogString("End func %s", "HTTP_Startup");
-    return 1;
+    return StartFamily(kHttpFamily, "HTTP_Startup", table, size, kHttpDispatchTable, sizeof kHttpDispatchTable);
 }
 
 // Unlike SOCKS_Cleanup this pumps nothing: it waits for the thread 1 s, then ends it.
@@ -156,85 +150,19 @@ int HTTP_SetProxy(SOCKET s, const sockaddr_in* proxy, int length, const char* us
 }
 
 int HTTP_ConnectEx(SOCKET s, const char* host, unsigned int port, HWND parent, int family) {
-    LogBegin("HTTP_ConnectEx", s);
-    SOCKS_LogString("Begin host:port %s:%d", host, static_cast<int>(port));
-    CHttpSocket* object = FindOrAddHttpSocket(s);
-    g_hParentWindow = parent;
-    int code = 0;
-    if (object == nullptr) {
-        code = WSAENOTSOCK;
-    } else if (!object->proxyChosen) {
-        // No proxy was named for this socket and no proxy map applies: never a direct connection.
-        code = WSAGetLastError();
-        if (code == 0) code = -1;
-    } else {
-        unsigned error = 0;
-        object->StartConnect(kCommandConnect, host, port, parent, &error);
-        code = static_cast<int>(error);
-    }
-    int result = code == 0 ? 0 : SOCKET_ERROR;
-    SOCKS_LogString("End host:port %s:%d", host, static_cast<int>(port));
-    SOCKS_LogString("WinSock Error = %d", code);
-    LogEnd("HTTP_ConnectEx", result);
-    if (code > 0) WSASetLastError(code);
-    return result;
+    return ConnectThroughProxy<CHttpSocket>("HTTP_ConnectEx", kHttpSocketType, s, host, port, parent);
 }
 
-// There is no bind on the wire: the same CONNECT exchange, then a wait for its end.
+// There is no bind on the wire: the same CONNECT exchange, then a wait for its end, which a recorded
+// refusal ends too.
 int HTTP_BindEx(SOCKET s, const char* host, unsigned int port, HWND parent, int family) {
-    LogBegin("HTTP_BindEx", s);
-    SOCKS_LogString("Begin host:port %s:%d", host, static_cast<int>(port));
-    CHttpSocket* object = FindOrAddHttpSocket(s);
-    int code = 0;
-    int result;
-    if (object == nullptr || !object->proxyChosen) {
-        // Positive, with a WinSock error of 0.
-        result = WSAENOTSOCK;
-    } else {
-        unsigned error = 0;
-        object->StartConnect(kCommandBind, host, port, parent, &error);
-        code = static_cast<int>(error);
-        // No time limit: a failed connect or send rests in state 9 and keeps this loop turning.
-        while (object->state != kEstablished) {
-            if (object->canceled) {
-                code = -1;
-                WSASetLastError(DXSOCKS_PASSWORD_CANCELLED);
-                break;
-            }
-            if (object->connectError != 0) {
-                code = -1;
-                WSASetLastError(static_cast<int>(object->connectError));
-                break;
-            }
-            PumpOneMessage();
-        }
-        object->readPointer = nullptr;
-        object->bytesRead = 0;
-        object->bytesRequested = 0;
-        result = code == 0 ? 0 : SOCKET_ERROR;
-    }
-    SOCKS_LogString("End host:port %s:%d", host, static_cast<int>(port));
-    SOCKS_LogString("WinSock Error = %d", code);
-    LogEnd("HTTP_BindEx", result);
-    WSASetLastError(code);
-    return result;
+    return BindThroughProxy<CHttpSocket>("HTTP_BindEx", kHttpSocketType, BindWaitEnds::kOnCancelOrConnectError, s,
+                                         host, port, parent);
 }
 
-int HTTP_ConnectCanceled(SOCKET s) {
-    LogBegin("HTTP_ConnectCanceled", s);
-    CHttpSocket* object = FindHttpSocket(s);
-    int result = object != nullptr ? object->canceled : 0;
-    LogEnd("HTTP_ConnectCanceled", result);
-    return result;
-}
+int HTTP_ConnectCanceled(SOCKET s) { return ReadCanceled("HTTP_ConnectCanceled", s); }
 
-unsigned int HTTP_GetConnectError(SOCKET s) {
-    LogBegin("HTTP_GetConnectError", s);
-    CHttpSocket* object = FindHttpSocket(s);
-    unsigned result = object != nullptr ? object->connectError : 0;
-    LogEnd("HTTP_GetConnectError", static_cast<int>(result));
-    return result;
-}
+unsigned int HTTP_GetConnectError(SOCKET s) { return ReadConnectError("HTTP_GetConnectError", s); }
 
 void HTTP_CleanupSocket(SOCKET s) { CleanupManagedSocket("HTTP_CleanupSocket", s); }
 

@@ -202,12 +202,7 @@ int SOCKS_WSAAsyncSelect(SOCKET s, HWND window, unsigned int message, long event
 }
 
 int SOCKS_Startup(void* table, int size) {
-    SOCKS_LogString("Begin func %s", "SOCKS_Startup");
-    CopyDispatchTable(table, size, kSocksDispatchTable, sizeof kSocksDispatchTable);
-    if (!StartHiddenWindow(kSocksFamily)) return 0;
-    ++g_socksStartupCount;
-    SOCKS_LogString("End func %s", "SOCKS_Startup");
-    return 1;
+    return StartFamily(kSocksFamily, "SOCKS_Startup", table, size, kSocksDispatchTable, sizeof kSocksDispatchTable);
 }
 
 int SOCKS_Cleanup(void) {
@@ -230,79 +225,18 @@ int SOCKS_SetProxy(SOCKET s, const sockaddr_in* proxy, int length, const char* u
 int SOCKS_SetProtocolVersion(SOCKET, unsigned int) { return -1; }
 
 int SOCKS_ConnectEx(SOCKET s, const char* host, unsigned int port, HWND parent, int family) {
-    LogBegin("SOCKS_ConnectEx", s);
-    SOCKS_LogString("Begin host:port %s:%d", host, static_cast<int>(port));
-    CSocksSocket* object = FindOrAddSocksSocket(s);
-    g_hParentWindow = parent;
-    int code;
-    if (object == nullptr) {
-        code = WSAENOTSOCK;
-    } else if (!object->proxyChosen) {
-        // No proxy was named for this socket and no proxy map applies: never a direct connection.
-        code = WSAGetLastError();
-        if (code == 0) code = -1;
-    } else {
-        unsigned error = 0;
-        object->StartConnect(kCommandConnect, host, port, parent, &error);
-        code = static_cast<int>(error);
-    }
-    int result = code == 0 ? 0 : SOCKET_ERROR;
-    SOCKS_LogString("End host:port %s:%d", host, static_cast<int>(port));
-    SOCKS_LogString("WinSock Error = %d", code);
-    LogEnd("SOCKS_ConnectEx", result);
-    if (code > 0) WSASetLastError(code);
-    return result;
+    return ConnectThroughProxy<CSocksSocket>("SOCKS_ConnectEx", kSocksSocketType, s, host, port, parent);
 }
 
+// Unlike SOCKS_ConnectEx, this leaves g_hParentWindow alone.
 int SOCKS_BindEx(SOCKET s, const char* host, unsigned int port, HWND parent, int family) {
-    LogBegin("SOCKS_BindEx", s);
-    SOCKS_LogString("Begin host:port %s:%d", host, static_cast<int>(port));
-    CSocksSocket* object = FindOrAddSocksSocket(s);
-    int code = 0;
-    int result;
-    if (object == nullptr || !object->proxyChosen) {
-        // Positive, with a WinSock error of 0.
-        result = WSAENOTSOCK;
-    } else {
-        unsigned error = 0;
-        object->StartConnect(kCommandBind, host, port, parent, &error);
-        code = static_cast<int>(error);
-        // Only a granted request or a cancelled prompt ends this wait; the hidden thread does the work.
-        while (object->state != kEstablished) {
-            if (object->canceled) {
-                code = -1;
-                WSASetLastError(DXSOCKS_PASSWORD_CANCELLED);
-                break;
-            }
-            PumpOneMessage();
-        }
-        object->readPointer = nullptr;
-        object->bytesRead = 0;
-        object->bytesRequested = 0;
-        result = code == 0 ? 0 : SOCKET_ERROR;
-    }
-    SOCKS_LogString("End host:port %s:%d", host, static_cast<int>(port));
-    SOCKS_LogString("WinSock Error = %d", code);
-    LogEnd("SOCKS_BindEx", result);
-    WSASetLastError(code);
-    return result;
+    return BindThroughProxy<CSocksSocket>("SOCKS_BindEx", kSocksSocketType, BindWaitEnds::kOnCancel, s, host, port,
+                                          parent);
 }
 
-int SOCKS_ConnectCanceled(SOCKET s) {
-    LogBegin("SOCKS_ConnectCanceled", s);
-    CSocksSocket* object = FindSocksSocket(s);
-    int result = object != nullptr ? object->canceled : 0;
-    LogEnd("SOCKS_ConnectCanceled", result);
-    return result;
-}
+int SOCKS_ConnectCanceled(SOCKET s) { return ReadCanceled("SOCKS_ConnectCanceled", s); }
 
-unsigned int SOCKS_GetConnectError(SOCKET s) {
-    LogBegin("SOCKS_GetConnectError", s);
-    CSocksSocket* object = FindSocksSocket(s);
-    unsigned result = object != nullptr ? object->connectError : 0;
-    LogEnd("SOCKS_GetConnectError", static_cast<int>(result));
-    return result;
-}
+unsigned int SOCKS_GetConnectError(SOCKET s) { return ReadConnectError("SOCKS_GetConnectError", s); }
 
 void SOCKS_CleanupSocket(SOCKET s) { CleanupManagedSocket("SOCKS_CleanupSocket", s); }
 
