@@ -10,7 +10,7 @@ namespace {
 // No line is longer than its buffer, so a larger width or precision changes nothing visible.
 constexpr int kFieldLimit = 1024;
 
-struct ConversionSpec {
+struct Directive {
     char flags[8] = {};
     size_t flagCount = 0;
     int width = -1;      // -1: none given
@@ -30,24 +30,24 @@ int ReadNumber(const char*& p) {
 
 // Parses the conversion that starts after a '%'. Returns the position after it, or null when the
 // text ends before a conversion letter.
-const char* ParseSpec(const char* p, ConversionSpec& spec) {
+const char* ParseDirective(const char* p, Directive& directive) {
     while (*p != '\0' && std::strchr("-+ #0", *p) != nullptr) {
-        if (spec.flagCount < sizeof spec.flags - 1) spec.flags[spec.flagCount++] = *p;
+        if (directive.flagCount < sizeof directive.flags - 1) directive.flags[directive.flagCount++] = *p;
         ++p;
     }
     if (*p == '*') {
-        spec.width = 0;
+        directive.width = 0;
         ++p;
     } else if (*p >= '0' && *p <= '9') {
-        spec.width = ReadNumber(p);
+        directive.width = ReadNumber(p);
     }
     if (*p == '.') {
         ++p;
         if (*p == '*') {
-            spec.precision = 0;
+            directive.precision = 0;
             ++p;
         } else {
-            spec.precision = ReadNumber(p);
+            directive.precision = ReadNumber(p);
         }
     }
     // Length modifiers of both C and the Windows runtime; none changes how a zero prints.
@@ -61,40 +61,40 @@ const char* ParseSpec(const char* p, ConversionSpec& spec) {
         }
     }
     if (*p == '\0') return nullptr;
-    spec.conversion = *p;
+    directive.conversion = *p;
     return p + 1;
 }
 
-void PutPadded(BoundedWriter& out, const ConversionSpec& spec, const char* text, size_t length) {
-    size_t width = spec.width > 0 ? static_cast<size_t>(spec.width) : 0;
+void PutPadded(BoundedWriter& out, const Directive& directive, const char* text, size_t length) {
+    size_t width = directive.width > 0 ? static_cast<size_t>(directive.width) : 0;
     size_t padding = width > length ? width - length : 0;
-    if (!spec.LeftAligned()) out.PutRepeated(' ', padding);
+    if (!directive.LeftAligned()) out.PutRepeated(' ', padding);
     out.Put(text, length);
-    if (spec.LeftAligned()) out.PutRepeated(' ', padding);
+    if (directive.LeftAligned()) out.PutRepeated(' ', padding);
 }
 
 // Numbers go through the C library with the parsed flags and sizes and a literal zero.
-void PutZeroNumber(BoundedWriter& out, const ConversionSpec& spec) {
+void PutZeroNumber(BoundedWriter& out, const Directive& directive) {
     char format[32];
     BoundedWriter f(format, sizeof format);
     f.Put('%');
-    f.Put(spec.flags, spec.flagCount);
+    f.Put(directive.flags, directive.flagCount);
     char number[16];
-    if (spec.width >= 0) {
-        std::snprintf(number, sizeof number, "%d", spec.width);
+    if (directive.width >= 0) {
+        std::snprintf(number, sizeof number, "%d", directive.width);
         f.Put(number);
     }
-    if (spec.precision >= 0) {
-        std::snprintf(number, sizeof number, ".%d", spec.precision);
+    if (directive.precision >= 0) {
+        std::snprintf(number, sizeof number, ".%d", directive.precision);
         f.Put(number);
     }
-    f.Put(spec.conversion);
+    f.Put(directive.conversion);
 
     char field[kFieldLimit + 64];
     int length;
-    if (std::strchr("eEfFgGaA", spec.conversion) != nullptr) {
+    if (std::strchr("eEfFgGaA", directive.conversion) != nullptr) {
         length = std::snprintf(field, sizeof field, format, 0.0);
-    } else if (spec.conversion == 'd' || spec.conversion == 'i') {
+    } else if (directive.conversion == 'd' || directive.conversion == 'i') {
         length = std::snprintf(field, sizeof field, format, 0);
     } else {
         length = std::snprintf(field, sizeof field, format, 0u);
@@ -114,31 +114,31 @@ size_t FormatWithoutArguments(const char* text, char* buffer, size_t count) {
             continue;
         }
         const char* start = p;
-        ConversionSpec spec;
-        const char* after = ParseSpec(p + 1, spec);
+        Directive directive;
+        const char* after = ParseDirective(p + 1, directive);
         if (after == nullptr) {  // unfinished at the end of the text
             out.Put(start);
             break;
         }
-        switch (spec.conversion) {
+        switch (directive.conversion) {
             case '%':
                 out.Put('%');
                 break;
             case 'd': case 'i': case 'u': case 'o': case 'x': case 'X':
             case 'e': case 'E': case 'f': case 'F': case 'g': case 'G': case 'a': case 'A':
-                PutZeroNumber(out, spec);
+                PutZeroNumber(out, directive);
                 break;
             case 's': case 'S': case 'Z': {
                 static const char kNull[] = "(null)";
                 size_t length = sizeof kNull - 1;
-                if (spec.precision >= 0 && static_cast<size_t>(spec.precision) < length) length = spec.precision;
-                PutPadded(out, spec, kNull, length);
+                if (directive.precision >= 0 && static_cast<size_t>(directive.precision) < length) length = directive.precision;
+                PutPadded(out, directive, kNull, length);
                 break;
             }
             case 'p': {
                 char zeros[2 * sizeof(void*)];
                 std::memset(zeros, '0', sizeof zeros);
-                PutPadded(out, spec, zeros, sizeof zeros);
+                PutPadded(out, directive, zeros, sizeof zeros);
                 break;
             }
             case 'c': case 'C': case 'n':
