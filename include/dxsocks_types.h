@@ -53,6 +53,15 @@ extern "C" {
 typedef void (*DXSOCKS_LOG_CALLBACK)(int value, const char *text);
 typedef void (*DXSOCKS_LOG_CALLBACK_EX)(void *context, const char *text);
 
+/*
+ * Password callback: fills `password` (size wide characters, always 260, terminated) for `user` at
+ * the proxy whose address is `proxy` (numeric text) and returns non-zero to send it, 0 to decline.
+ * It runs on the thread of the handshake: the caller's for a blocking socket, the hidden thread
+ * otherwise. The library keeps no copy of the password.
+ */
+typedef int (*DXSOCKS_PASSWORD_CALLBACK)(void *context, wchar_t *password, int size, const wchar_t *user,
+                                         const wchar_t *proxy);
+
 #ifdef __cplusplus
 }
 #endif

@@ -78,6 +78,12 @@ DXSOCKS_API int SOCKS_Cleanup(void);
 DXSOCKS_API int SOCKS_SetProtocolVersion(SOCKET s, unsigned int version);
 
 /*
+ * Sets the callback that gives the password when a SOCKS 5 proxy asks for username/password; context
+ * is handed back to it. A null callback returns the library to its own prompt. Logs nothing.
+ */
+DXSOCKS_API void SOCKS_SetPasswordCallback(void *context, DXSOCKS_PASSWORD_CALLBACK callback);
+
+/*
  * Connects s to host:port through the socket's proxy (set by SOCKS_SetProxyEx). host is the
  * destination's name or dotted address (may be null only for a version 5 proxy, which then fails
  * the lookup); port is in host order. parent owns any prompt the call raises; family is ignored.

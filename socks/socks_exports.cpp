@@ -28,7 +28,7 @@ const AnyFunction kSocksDispatchTable[33] = {
     nullptr,  // SOCKS_DetectShims
     nullptr,  // SOCKS_GetVersionInfo
     Slot(SOCKS_SetProtocolVersion), Slot(SOCKS_SetLoggingCallback),
-    nullptr,  // SOCKS_SetPasswordCallback
+    Slot(SOCKS_SetPasswordCallback),
     Slot(SOCKS_SetLoggingCallbackEx), Slot(SOCKS_ConnectEx), Slot(SOCKS_BindEx), Slot(SOCKS_ConnectCanceled),
     Slot(SOCKS_GetConnectError),
     nullptr,  // SOCKS_DetermineProxyEx
@@ -223,6 +223,11 @@ int SOCKS_SetProxy(SOCKET s, const sockaddr_in* proxy, int length, const char* u
 }
 
 int SOCKS_SetProtocolVersion(SOCKET, unsigned int) { return -1; }
+
+void SOCKS_SetPasswordCallback(void* context, DXSOCKS_PASSWORD_CALLBACK callback) {
+    g_socksPasswordContext = context;
+    g_pfnSocksPassword = callback;
+}
 
 int SOCKS_ConnectEx(SOCKET s, const char* host, unsigned int port, HWND parent, int family) {
     return ConnectThroughProxy<CSocksSocket>("SOCKS_ConnectEx", kSocksSocketType, s, host, port, parent);

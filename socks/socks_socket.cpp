@@ -2,6 +2,7 @@
 
 #include <cstdio>
 #include <cstring>
+#include <cwchar>
 #include <new>
 
 #include "bounded_text.h"
@@ -9,10 +10,13 @@
 #include "log.h"
 #include "resolver.h"
 #include "socks5_wire.h"
+#include "socks_password.h"
 
 namespace {
 
 constexpr char kOwner[] = "CSocksSocket";
+// Wide characters of the password buffer the callback fills.
+constexpr int kPasswordSize = 260;
 constexpr int kWouldBlock = WSAEWOULDBLOCK;
 // The SOCKS replies all fit here; a counted read never asks for more than what is left of it.
 constexpr int kReadWindow = 64;
@@ -20,6 +24,9 @@ constexpr int kReadWindow = 64;
 uint32_t AddressOf(const sockaddr_in& address) { return address.sin_addr.s_addr; }
 
 }  // namespace
+
+DXSOCKS_PASSWORD_CALLBACK g_pfnSocksPassword = nullptr;
+void* g_socksPasswordContext = nullptr;
 
 CSocksSocket::CSocksSocket(SOCKET s) : CProxySocket(s) {
     SOCKS_LogString("CSocksSocket::CSocksSocket(%d)", static_cast<int>(s));
@@ -255,22 +262,60 @@ int CSocksSocket::OnMethodRecv() {
     char proxyText[kTargetHostSize] = {};
     AddressToNumericText(reinterpret_cast<const sockaddr*>(&proxyAddress), sizeof proxyAddress, proxyText,
                          sizeof proxyText);
-    if (!AskPassword()) {
-        if (passwordTimedOut) {
-            SOCKS_LogString("CSocksSocket::OnMethodRecv - Password dialog timeout.");
-            ConnectFinished(ERROR_TIMEOUT);
-        } else {
-            canceled = 1;
-            SOCKS_LogString("CSocksSocket::OnMethodRecv - Password dialog cancelled.");
-            ConnectFinished(DXSOCKS_PASSWORD_CANCELLED);
-        }
+    // The password lives in this frame only, and is wiped before it goes.
+    wchar_t password[kPasswordSize] = {};
+    bool send = AskPassword(proxyText, password);
+    passwordPrompting = 0;
+    int result = -1;
+    if (send) {
+        SOCKS_LogString("CSocksSocket::OnMethodRecv - Send Password.");
+        result = SendPassword(password);
+        state = result == 0 ? kAwaitPasswordStatus : kFailed;
+    } else if (passwordTimedOut) {
+        SOCKS_LogString("CSocksSocket::OnMethodRecv - Password dialog timeout.");
+        ConnectFinished(ERROR_TIMEOUT);
+    } else {
+        canceled = 1;
+        SOCKS_LogString("CSocksSocket::OnMethodRecv - Password dialog cancelled.");
+        ConnectFinished(DXSOCKS_PASSWORD_CANCELLED);
     }
-    state = kFailed;
-    return -1;
+    SecureZeroMemory(password, sizeof password);
+    if (!send) state = kFailed;
+    return result;
 }
 
-// No host password callback and no prompt of the UI library: the prompt counts as declined.
-bool CSocksSocket::AskPassword() { return false; }
+// The host's callback decides; without one the UI library's prompt would, and while there is none
+// the prompt counts as declined.
+bool CSocksSocket::AskPassword(const char* proxyText, wchar_t* password) {
+    passwordPrompting = 1;
+    passwordTimedOut = 0;
+    if (g_pfnSocksPassword == nullptr) return false;
+    wchar_t address[kTargetHostSize] = {};
+    wchar_t user[kUserIdSize] = {};
+    MultiByteToWideChar(GetACP(), 0, proxyText, -1, address, kTargetHostSize);
+    MultiByteToWideChar(GetACP(), 0, userId, -1, user, kUserIdSize);
+    // An empty password the callback accepts goes out with length 0.
+    return g_pfnSocksPassword(g_socksPasswordContext, password, kPasswordSize, user, address) != 0;
+}
+
+int CSocksSocket::SendPassword(const wchar_t* password) {
+    size_t count = std::wcslen(password);
+    // A password longer than the narrow buffer is cut there.
+    char narrow[kPasswordSize] = {};
+    char converted[4 * kPasswordSize] = {};
+    if (WideCharToMultiByte(CP_ACP, 0, password, static_cast<int>(count), converted, sizeof converted - 1, nullptr,
+                            nullptr) > 0) {
+        CopyText(narrow, sizeof narrow, converted);
+    }
+    uint8_t request[kPasswordRequestSize] = {};
+    size_t userLength = std::strlen(userId);
+    size_t written = BuildPasswordRequest(userId, userLength, narrow, std::strlen(narrow), count, request);
+    int result = Send(request, static_cast<int>(written));
+    SecureZeroMemory(narrow, sizeof narrow);
+    SecureZeroMemory(converted, sizeof converted);
+    SecureZeroMemory(request, sizeof request);
+    return result;
+}
 
 void CSocksSocket::StartReading(int count) { StartReadingAs(kOwner, count); }
 

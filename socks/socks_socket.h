@@ -2,6 +2,7 @@
 // loop on the caller's thread for a blocking socket, one step per socket event for a non-blocking one.
 #pragma once
 
+#include "dxsocks_types.h"
 #include "proxy_socket.h"
 #include "socks4_wire.h"
 
@@ -20,6 +21,7 @@ public:
     int SendMethodSelect();
     int SendSocks5Request();
     int OnMethodRecv();
+    int SendPassword(const wchar_t* password);
     void StartReading(int count);
     int OnRead();
     int SocketPeek(unsigned* error);
@@ -34,8 +36,12 @@ public:
 private:
     int PeekReply(int tries, bool tenWhenGranted);
     int FailHandshake(int error);
-    bool AskPassword();
+    bool AskPassword(const char* proxyText, wchar_t* password);
 };
+
+// The host's password callback and its context (SOCKS_SetPasswordCallback).
+extern DXSOCKS_PASSWORD_CALLBACK g_pfnSocksPassword;
+extern void* g_socksPasswordContext;
 
 // Socket events of the SOCKS hidden window: one handshake step per FD_CONNECT or FD_READ.
 int socksHiddenOnSocketEvent(SOCKET socket, unsigned error, unsigned events);

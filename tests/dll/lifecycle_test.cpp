@@ -62,7 +62,7 @@ TEST_F(LifecycleTest, EverySlotIsTheExportAtItsOrdinalAndTheMissingOnesAreNull) 
     // Exports of the configuration, determination, shim, version, password and XML calls come later.
     std::vector<std::string> expected = {
         "SOCKS_ConfigurationDialog", "SOCKS_DetermineProxy",  "SOCKS_DetectShims",      "SOCKS_GetVersionInfo",
-        "SOCKS_SetPasswordCallback", "SOCKS_DetermineProxyEx", "SOCKS_UseAddressFamily", "SOCKS_SetXMLConfig",
+        "SOCKS_DetermineProxyEx", "SOCKS_UseAddressFamily", "SOCKS_SetXMLConfig",
         "SOCKS_GetXMLConfig",        "SOCKS_ShowXMLConfigDlg", "SOCKS_ConnectTimeout",   "SOCKS_SetParentHWND",
     };
     EXPECT_EQ(missing, expected);
