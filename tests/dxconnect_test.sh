@@ -15,6 +15,7 @@ relay -t socks4 -x "127.0.0.1:$DANTE_PORT"
 relay -t socks5 -x "127.0.0.1:$DANTE_PORT"
 relay -n -t socks4 -x "127.0.0.1:$DANTE_PORT"
 relay -n -t socks5 -x "127.0.0.1:$MICROSOCKS_PORT"
+relay -t socks5 -u "$PROXY_USER" -p "$PROXY_PASS" -x "127.0.0.1:$MICROSOCKS_AUTH_PORT"
 relay -t http -x "127.0.0.1:$TINYPROXY_PORT"
 relay -n -t http -x "127.0.0.1:$SQUID_PORT"
 
@@ -36,4 +37,4 @@ case "$message" in
   *"WinSock error 65533"*) ;;
   *) echo "unexpected message: $message"; exit 1 ;;
 esac
-echo "dxconnect relayed ${#payload} bytes in six modes and reported a failed lookup and a 407"
+echo "dxconnect relayed ${#payload} bytes in seven modes and reported a failed lookup and a 407"

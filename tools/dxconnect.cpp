@@ -31,6 +31,8 @@ const char kUsage[] =
     "  -t TYPE        proxy type: socks4 (default), socks5 or http\n"
     "  -x HOST:PORT   proxy address (required); HOST is a dotted IPv4 address or a name\n"
     "  -u USER        user id for the proxy (default empty)\n"
+    "  -p PASSWORD    password for a SOCKS 5 proxy that asks for one (the library asks\n"
+    "                 this program through its password callback)\n"
     "  -v             print every library log line to standard error\n"
     "  -n             non-blocking mode: the handshake runs on the library's hidden thread and\n"
     "                 its outcome arrives at this program's window as FD_CONNECT\n"
@@ -50,6 +52,8 @@ struct Options {
     std::string proxyHost;
     unsigned proxyPort = 0;
     std::string user;
+    std::string password;
+    bool havePassword = false;
     std::string destHost;
     unsigned destPort = 0;
     bool verbose = false;
@@ -103,7 +107,7 @@ int ParseOptions(int argc, char **argv, Options *o) {
             else o->nonBlocking = true;
             continue;
         }
-        if (std::strchr("txuw", flag) == nullptr) return UsageError("unknown option " + arg);
+        if (std::strchr("txupw", flag) == nullptr) return UsageError("unknown option " + arg);
         std::string value;
         if (arg.size() > 2) {
             value = arg.substr(2);
@@ -126,6 +130,9 @@ int ParseOptions(int argc, char **argv, Options *o) {
             haveProxy = true;
         } else if (flag == 'u') {
             o->user = value;
+        } else if (flag == 'p') {
+            o->password = value;
+            o->havePassword = true;
         } else {
             char *end = nullptr;
             const double seconds = std::strtod(value.c_str(), &end);
@@ -176,6 +183,18 @@ std::string Meaning(int code) {
 
 // One way of connecting s through the proxy. On failure *error is the WinSock error to report.
 using Connector = bool (*)(SOCKET s, const Options &o, const sockaddr_in &proxy, int *error);
+
+// The library's password callback: the -p text, in the ANSI code page, as the proxy will get it.
+int GivePassword(void *context, wchar_t *password, int size, const wchar_t *, const wchar_t *) {
+    const auto *o = static_cast<const Options *>(context);
+    if (size <= 0) return 0;
+    password[0] = L'\0';
+    if (!o->password.empty() &&
+        MultiByteToWideChar(CP_ACP, 0, o->password.c_str(), -1, password, size) == 0) {
+        return 0;  // too long for the library's buffer
+    }
+    return 1;
+}
 
 // The calls of one family of the library, so that both proxy kinds take the same roads.
 struct Family {
@@ -412,6 +431,7 @@ int main(int argc, char **argv) {
         return kExitSetup;
     }
     if (o.verbose) SOCKS_SetLoggingCallbackEx(stderr, LogToStream);
+    if (o.havePassword) SOCKS_SetPasswordCallback(&o, GivePassword);
     const int status = ConnectAndRelay(o, connector);
     if (o.verbose) SOCKS_SetLoggingCallbackEx(nullptr, nullptr);
     WSACleanup();
