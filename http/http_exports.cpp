@@ -24,7 +24,7 @@ const AnyFunction kHttpDispatchTable[31] = {
     nullptr,  // HTTP_DetectShims
     nullptr,  // HTTP_GetVersionInfo
     Slot(HTTP_SetLoggingCallback),
-    nullptr,  // HTTP_SetPasswordCallback
+    Slot(HTTP_SetPasswordCallback),
     Slot(HTTP_SetLoggingCallbackEx), Slot(HTTP_ConnectEx), Slot(HTTP_BindEx), Slot(HTTP_ConnectCanceled),
     Slot(HTTP_GetConnectError),
     nullptr,  // HTTP_DetermineProxyEx
@@ -139,6 +139,11 @@ int HTTP_Cleanup(void) {
     }
     SOCKS_LogString("End func %s", "HTTP_Cleanup");
     return 1;
+}
+
+void HTTP_SetPasswordCallback(void* context, DXSOCKS_PASSWORD_CALLBACK callback) {
+    g_httpPasswordContext = context;
+    g_pfnHttpPassword = callback;
 }
 
 int HTTP_SetProxy(SOCKET s, const sockaddr_in* proxy, int length, const char* user, unsigned int authenticate) {

@@ -7,6 +7,7 @@
 #include <cwchar>
 #include <new>
 
+#include "base64.h"
 #include "bounded_text.h"
 #include "dxsocks_types.h"
 #include "http_wire.h"
@@ -22,10 +23,17 @@ constexpr int kWouldBlock = WSAEWOULDBLOCK;
 constexpr int kTargetSize = 1060;        // wide characters of "host:port"
 constexpr int kHostPortTextSize = 1059;  // what AddressToHostPortText needs at the least
 constexpr int kCredentialsSize = 1024;   // wide characters of the credential text
+constexpr size_t kCredentialTextSize = 1024;  // bytes of "user:password", encoded in place
+// The longest "user:password" whose encoding, 4/3 as long, still fits the credential text.
+constexpr size_t kLongestCredentials = 765;
+constexpr int kPasswordSize = 260;       // wide characters of the callback's password buffer
 // The formatted lines (at most 1024 characters), the credentials, and the two line ends.
 constexpr int kRequestSize = 1025 + kCredentialsSize + 4;
 
 }  // namespace
+
+DXSOCKS_PASSWORD_CALLBACK g_pfnHttpPassword = nullptr;
+void* g_httpPasswordContext = nullptr;
 
 CHttpSocket::CHttpSocket(SOCKET s) : CProxySocket(s) {
     SOCKS_LogString("CHttpSocket::CHttpSocket(%d)", static_cast<int>(s));
@@ -165,7 +173,7 @@ int CHttpSocket::SendHttpAuthentication() {
     wchar_t credentials[kCredentialsSize] = {};
     if (useAuthentication) {
         format = L"CONNECT %s HTTP/1.1\r\nHost: %s\r\nProxy-Authorization: basic ";
-        canceled = CreateCredentials(credentials, kCredentialsSize) == 0 ? 1 : 0;
+        canceled = createUTF8UsernamePassword(credentials, kCredentialsSize) == 0 ? 1 : 0;
     }
     if (passwordTimedOut) {
         canceled = 0;
@@ -203,8 +211,54 @@ int CHttpSocket::SendHttpAuthentication() {
     return result;
 }
 
-// No host password callback and no prompt of the UI library: no credentials can be had.
-int CHttpSocket::CreateCredentials(wchar_t*, int) { return 0; }
+int CHttpSocket::createUTF8UsernamePassword(wchar_t* out, int size) {
+    SOCKS_LogString("CHttpSocket::createUTF8UsernamePassword - Creating username:password for authentication.");
+    char text[kCredentialTextSize] = {};
+    lstrcpyA(text, userId);
+    size_t userLength = std::strlen(text);
+    char* password = text + userLength + 1;
+    *password = '\0';
+    int result = getPassword(password, static_cast<int>(sizeof text - userLength - 1));
+    // The terminator between the two becomes the colon; without a password the user name stands alone.
+    if (*password != '\0') text[userLength] = ':';
+    // Encoded, a longer text would not fit the credential text: refused as a declined prompt.
+    if (std::strlen(text) > kLongestCredentials) {
+        SecureZeroMemory(text, sizeof text);
+        return 0;
+    }
+    Base64Encode(text, sizeof text);
+    MultiByteToWideChar(GetACP(), 0, text, -1, out, size);
+    SecureZeroMemory(text, sizeof text);
+    return result;
+}
+
+int CHttpSocket::getPassword(char* password, int size) {
+    SOCKS_LogString("CHttpSocket::getPassword - Requesting Password.");
+    char address[kTargetHostSize] = {};
+    AddressToNumericText(reinterpret_cast<const sockaddr*>(&proxyAddress), sizeof proxyAddress, address,
+                         sizeof address);
+    passwordPrompting = 1;
+    passwordTimedOut = 0;
+    int result = 0;
+    // Without a host callback the UI library's prompt would ask; while there is none, it counts as
+    // declined.
+    if (g_pfnHttpPassword != nullptr) {
+        wchar_t wideAddress[kTargetHostSize] = {};
+        wchar_t user[kUserIdSize] = {};
+        wchar_t wide[kPasswordSize] = {};
+        MultiByteToWideChar(GetACP(), 0, address, -1, wideAddress, kTargetHostSize);
+        MultiByteToWideChar(GetACP(), 0, userId, -1, user, kUserIdSize);
+        // An empty password is accepted on this path.
+        result = g_pfnHttpPassword(g_httpPasswordContext, wide, kPasswordSize, user, wideAddress);
+        if (result != 0 && size > 0) {
+            if (WideCharToMultiByte(CP_ACP, 0, wide, -1, password, size, nullptr, nullptr) == 0) password[0] = '\0';
+            password[size - 1] = '\0';
+        }
+        SecureZeroMemory(wide, sizeof wide);
+    }
+    passwordPrompting = 0;
+    return result;
+}
 
 void CHttpSocket::StartReading(int count) { StartReadingAs(kOwner, count); }
 

@@ -3,6 +3,7 @@
 // are its own; 13 is written and at once replaced by 9.
 #pragma once
 
+#include "dxsocks_types.h"
 #include "proxy_socket.h"
 
 constexpr uint32_t kAwaitHttpReply = 11;
@@ -28,10 +29,15 @@ public:
 
     int32_t useAuthentication = 0;
 
-private:
-    // The "user:password" text for the request, in UTF-16; 0 when no password could be had.
-    int CreateCredentials(wchar_t* out, int size);
+    // The encoded "user:password" text for the request, in UTF-16. Returns getPassword's result.
+    int createUTF8UsernamePassword(wchar_t* out, int size);
+    // The password from the host's callback (or the UI library's prompt). Non-zero if one was had.
+    int getPassword(char* password, int size);
 };
+
+// The host's password callback and its context (HTTP_SetPasswordCallback).
+extern DXSOCKS_PASSWORD_CALLBACK g_pfnHttpPassword;
+extern void* g_httpPasswordContext;
 
 // Writes "host:port" of an address into `out` (wide characters, at least 1059), the host part a name
 // where a reverse lookup finds one. Returns 0, the WinSock error, or -1 if the buffer is too small.

@@ -65,6 +65,14 @@ DXSOCKS_API int HTTP_SetProxy(SOCKET s, const struct sockaddr_in *proxy, int len
                               unsigned int authenticate);
 
 /*
+ * Sets the callback that gives the password for Basic authentication (a proxy named with
+ * authenticate 1); context is handed back to it. The callback may accept an empty password. A
+ * "user:password" text longer than 765 bytes is refused like a declined password (65534). A null
+ * callback returns the library to its own prompt. Logs nothing.
+ */
+DXSOCKS_API void HTTP_SetPasswordCallback(void *context, DXSOCKS_PASSWORD_CALLBACK callback);
+
+/*
  * Connects s to host:port (host order) through its HTTP proxy with one CONNECT request; host may be
  * a name only the proxy can resolve. Returns 0 or -1. Blocking: on a refused request the WinSock
  * error is left as WinSock had it and HTTP_GetConnectError gives 65532, 65533 or 10061; with a

@@ -564,7 +564,7 @@ TEST_F(HttpLifecycleTest, EverySlotIsTheExportAtItsOrdinal) {
     // Exports of the configuration, determination, shim, version, password and XML calls come later.
     std::vector<std::string> expected = {
         "HTTP_ConfigurationDialog", "HTTP_DetermineProxy",   "HTTP_DetectShims",      "HTTP_GetVersionInfo",
-        "HTTP_SetPasswordCallback", "HTTP_DetermineProxyEx", "HTTP_UseAddressFamily", "HTTP_SetXMLConfig",
+        "HTTP_DetermineProxyEx", "HTTP_UseAddressFamily", "HTTP_SetXMLConfig",
         "HTTP_GetXMLConfig",        "HTTP_ShowXMLConfigDlg", "HTTP_ConnectTimeout",   "HTTP_SetParentHWND",
     };
     EXPECT_EQ(missing, expected);
