@@ -2,6 +2,7 @@
 
 #include <cstring>
 
+#include "lifecycle.h"
 #include "log.h"
 
 namespace {
@@ -30,6 +31,16 @@ void CProxySocket::ReportEvent(unsigned id) {
     }
     ReportMessage(0, id, inet_ntoa(address->sin_addr), static_cast<int>(ntohs(address->sin_port)),
                   static_cast<int>(socket));
+}
+
+int CProxySocket::BeginConnect(HWND parent, HWND hiddenWindow) {
+    parentWindow = parent;
+    if (asyncMode) WSAAsyncSelect(socket, hiddenWindow, WM_SOCKET_EVENT, FD_CONNECT);
+    ReportEvent(useProxy ? 1003 : 1002);
+    const sockaddr_in& peer = useProxy ? proxyAddress : targetAddress;
+    if (connect(socket, reinterpret_cast<const sockaddr*>(&peer), sizeof peer) != SOCKET_ERROR) return 0;
+    int code = WSAGetLastError();
+    return code == kWouldBlock ? 0 : code;
 }
 
 void CProxySocket::StartReadingAs(const char* owner, int count) {

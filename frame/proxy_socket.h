@@ -41,6 +41,10 @@ struct CProxySocket : CListNode {
     // SetProxy's common part: returns whether a proxy address was taken.
     bool StoreProxy(const sockaddr_in* proxy, int length, const char* user);
     void ReportEvent(unsigned id);
+    // The TCP connect to the proxy (or, without one, to the target). For an event-driven socket
+    // FD_CONNECT goes to `hiddenWindow` first, and a pending connect counts as success. Returns 0 or
+    // the code of a connect that failed at once; ConnectToServer hands that to its ConnectFinished.
+    int BeginConnect(HWND parent, HWND hiddenWindow);
     void StartReadingAs(const char* owner, int count);
     // A counted read of up to `windowEnd - bytesRead` bytes, with 100 retries of 10 ms.
     int ReadCounted(const char* owner, int windowEnd);

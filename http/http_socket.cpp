@@ -83,15 +83,8 @@ int CHttpSocket::StartConnect(unsigned newCommand, const char* host, unsigned po
 }
 
 int CHttpSocket::ConnectToServer(HWND parent) {
-    parentWindow = parent;
-    if (asyncMode) WSAAsyncSelect(socket, g_hHttpWindow, WM_SOCKET_EVENT, FD_CONNECT);
-    ReportEvent(useProxy ? 1003 : 1002);
-    const sockaddr_in& peer = useProxy ? proxyAddress : targetAddress;
-    int result = connect(socket, reinterpret_cast<const sockaddr*>(&peer), sizeof peer);
-    if (result != SOCKET_ERROR) return result;
-    int code = WSAGetLastError();
-    if (code == kWouldBlock) return 0;
-    ConnectFinished(static_cast<unsigned>(code));
+    int code = BeginConnect(parent, g_hHttpWindow);
+    if (code != 0) ConnectFinished(static_cast<unsigned>(code));
     return code;
 }
 

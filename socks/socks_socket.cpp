@@ -70,15 +70,8 @@ int CSocksSocket::StartConnect(unsigned newCommand, const char* host, unsigned p
 }
 
 int CSocksSocket::ConnectToServer(HWND parent) {
-    parentWindow = parent;
-    if (asyncMode) WSAAsyncSelect(socket, g_hSocksWindow, WM_SOCKET_EVENT, FD_CONNECT);
-    ReportEvent(useProxy ? 1003 : 1002);
-    const sockaddr_in& peer = useProxy ? proxyAddress : targetAddress;
-    int result = connect(socket, reinterpret_cast<const sockaddr*>(&peer), sizeof peer);
-    if (result != SOCKET_ERROR) return result;
-    int code = WSAGetLastError();
-    if (code == kWouldBlock) return 0;
-    ConnectFinished(code);
+    int code = BeginConnect(parent, g_hSocksWindow);
+    if (code != 0) ConnectFinished(code);
     return code;
 }
 

@@ -223,7 +223,8 @@ int SetProxy(SOCKET s, const Options &o, const sockaddr_in &proxy) {
 
 // The error to show for a failed connect whose WinSock error says nothing of its own.
 int ExplainFailure(SOCKET s, const Family &family, int error) {
-    if (family.connectError(s) != 0) return static_cast<int>(family.connectError(s));
+    const unsigned recorded = family.connectError(s);
+    if (recorded != 0) return static_cast<int>(recorded);
     if (family.connectCanceled(s)) return DXSOCKS_PASSWORD_CANCELLED;
     return error;
 }
