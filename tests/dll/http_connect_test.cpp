@@ -289,32 +289,10 @@ protected:
     void SelectHost(SOCKET socket, long events) {
         ASSERT_EQ(HTTP_WSAAsyncSelect(socket, host.Handle(), HostWindow::kSocketMessage, events), 0);
     }
-    // Waits, pumping, for the FD_CONNECT message of `socket`; false if none came within the time.
     bool AwaitConnect(SOCKET socket, dxtest::PostedMessage* connected, int timeoutMs = 8000) {
-        return host.PumpUntil(
-            [&] {
-                for (const auto& m : host.SocketMessages(socket)) {
-                    if (m.Event() == FD_CONNECT) {
-                        *connected = m;
-                        return true;
-                    }
-                }
-                return false;
-            },
-            timeoutMs);
+        return host.AwaitEvent(socket, FD_CONNECT, connected, timeoutMs);
     }
-    std::string ReceiveWhenReadable(SOCKET socket, size_t count) {
-        std::string data;
-        host.PumpUntil(
-            [&] {
-                char buffer[256];
-                int n = recv(socket, buffer, sizeof buffer, 0);
-                if (n > 0) data.append(buffer, static_cast<size_t>(n));
-                return data.size() >= count;
-            },
-            5000);
-        return data;
-    }
+    std::string ReceiveWhenReadable(SOCKET socket, size_t count) { return host.ReceiveWhenReadable(socket, count); }
 
     HostWindow host;
 };
@@ -449,14 +427,7 @@ TEST_F(HttpNonBlockingTest, GrantHandsTheSocketAndItsEventsToTheHost) {
     ASSERT_TRUE(AwaitConnect(s, &connected));
     EXPECT_EQ(connected.Error(), 0u);
     ASSERT_TRUE(dxtest::SendAll(s, "ping"));
-    EXPECT_TRUE(host.PumpUntil(
-        [&] {
-            for (const auto& m : host.SocketMessages(s)) {
-                if (m.Event() == FD_READ) return true;
-            }
-            return false;
-        },
-        5000));
+    EXPECT_TRUE(host.AwaitEvent(s, FD_READ, nullptr, 5000));
     EXPECT_EQ(ReceiveWhenReadable(s, 4), "ping");
 }
 

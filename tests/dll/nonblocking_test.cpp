@@ -34,33 +34,8 @@ protected:
     void SelectHost(long events) {
         ASSERT_EQ(SOCKS_WSAAsyncSelect(s, host.Handle(), HostWindow::kSocketMessage, events), 0);
     }
-    // Waits, pumping, for the FD_CONNECT message of s; false if none came within the time.
-    bool AwaitConnect(dxtest::PostedMessage* connected, int timeoutMs = 8000) {
-        bool arrived = host.PumpUntil(
-            [&] {
-                for (const auto& m : host.SocketMessages(s)) {
-                    if (m.Event() == FD_CONNECT) {
-                        *connected = m;
-                        return true;
-                    }
-                }
-                return false;
-            },
-            timeoutMs);
-        return arrived;
-    }
-    std::string ReceiveWhenReadable(size_t count) {
-        std::string data;
-        host.PumpUntil(
-            [&] {
-                char buffer[256];
-                int n = recv(s, buffer, sizeof buffer, 0);
-                if (n > 0) data.append(buffer, static_cast<size_t>(n));
-                return data.size() >= count;
-            },
-            5000);
-        return data;
-    }
+    bool AwaitConnect(dxtest::PostedMessage* connected) { return host.AwaitEvent(s, FD_CONNECT, connected, 8000); }
+    std::string ReceiveWhenReadable(size_t count) { return host.ReceiveWhenReadable(s, count); }
 
     HostWindow host;
     SOCKET s = INVALID_SOCKET;
@@ -78,14 +53,7 @@ TEST_F(NonBlockingTest, Socks4GrantArrivesAsFdConnectAndTheHostGetsItsEvents) {
     ASSERT_TRUE(AwaitConnect(&connected));
     EXPECT_EQ(connected.Error(), 0u);
     ASSERT_TRUE(dxtest::SendAll(s, "ping"));
-    EXPECT_TRUE(host.PumpUntil(
-        [&] {
-            for (const auto& m : host.SocketMessages(s)) {
-                if (m.Event() == FD_READ) return true;
-            }
-            return false;
-        },
-        5000));
+    EXPECT_TRUE(host.AwaitEvent(s, FD_READ, nullptr, 5000));
     EXPECT_EQ(ReceiveWhenReadable(4), "ping");
 }
 
@@ -176,14 +144,7 @@ TEST_F(NonBlockingTest, SelectionWithoutFdConnectPostsNothingAndHandsOnAWrappedM
     dxtest::LogCapture capture;
     EXPECT_EQ(SOCKS_ConnectEx(s, "127.0.0.1", 80, nullptr, AF_INET), 0);
     // FD_READ - FD_CONNECT wraps to a mask that still holds FD_READ: the late bytes reach the host.
-    EXPECT_TRUE(host.PumpUntil(
-        [&] {
-            for (const auto& m : host.SocketMessages(s)) {
-                if (m.Event() == FD_READ) return true;
-            }
-            return false;
-        },
-        5000));
+    EXPECT_TRUE(host.AwaitEvent(s, FD_READ, nullptr, 5000));
     EXPECT_TRUE(dxtest::LinesStartingWith(capture.Lines(), "DXSOCKS: CSocksSocket::ConnectFinished - PostMessage(").empty());
     EXPECT_EQ(ReceiveWhenReadable(4), "late");
 }

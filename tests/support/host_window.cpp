@@ -53,6 +53,32 @@ bool HostWindow::PumpUntil(const std::function<bool()>& done, int timeoutMs) {
     }
 }
 
+bool HostWindow::AwaitEvent(SOCKET s, unsigned event, PostedMessage* found, int timeoutMs) {
+    return PumpUntil(
+        [&] {
+            for (const auto& posted : SocketMessages(s)) {
+                if (posted.Event() != event) continue;
+                if (found != nullptr) *found = posted;
+                return true;
+            }
+            return false;
+        },
+        timeoutMs);
+}
+
+std::string HostWindow::ReceiveWhenReadable(SOCKET s, size_t count, int timeoutMs) {
+    std::string data;
+    PumpUntil(
+        [&] {
+            char buffer[256];
+            int n = recv(s, buffer, sizeof buffer, 0);
+            if (n > 0) data.append(buffer, static_cast<size_t>(n));
+            return data.size() >= count;
+        },
+        timeoutMs);
+    return data;
+}
+
 void HostWindow::PumpFor(int ms) {
     PumpUntil([] { return false; }, ms);
 }

@@ -6,6 +6,7 @@
 #include <windows.h>
 
 #include <functional>
+#include <string>
 #include <vector>
 
 namespace dxtest {
@@ -36,6 +37,11 @@ public:
     bool PumpUntil(const std::function<bool()>& done, int timeoutMs);
     // Pumps for `ms` milliseconds.
     void PumpFor(int ms);
+    // Pumps until a message with `event` arrives for socket s; false if none came within the time.
+    // `found` (may be null) receives it.
+    bool AwaitEvent(SOCKET s, unsigned event, PostedMessage* found, int timeoutMs);
+    // Pumps while it reads a non-blocking socket, until `count` bytes came or `timeoutMs` passed.
+    std::string ReceiveWhenReadable(SOCKET s, size_t count, int timeoutMs = 5000);
 
 private:
     static LRESULT CALLBACK Procedure(HWND window, UINT message, WPARAM wParam, LPARAM lParam);
