@@ -1,0 +1,53 @@
+// Signatures of the entries that the suite library (KVTSOCK2.DLL) and the UI library (pxmSetUI.dll)
+// export. Both files are found at run time, never linked; this header is all they share with
+// DXSOCKS.DLL.
+#pragma once
+
+#include <windows.h>
+
+extern "C" {
+
+// Suite library, in the order of the suite function table.
+typedef DWORD(WINAPI* PFN_PXMMSIexpandFolder)(void*, void*, DWORD);
+typedef DWORD(WINAPI* PFN_PXMMSIgetInstallDirectory)(char* buffer, DWORD size);
+typedef DWORD(WINAPI* PFN_PXMMSIgetLogDirectory)(char* buffer, DWORD size);
+typedef const char*(WINAPI* PFN_PXMMSIgetProductName)();
+typedef const char*(WINAPI* PFN_PXMMSIgetProductVersionString)();
+typedef int(WINAPI* PFN_PXMMSIgetPXMFeatureState)(void*);
+typedef DWORD(WINAPI* PFN_PXMMSIgetUserDirectory)(char* buffer, DWORD size);
+typedef DWORD(WINAPI* PFN_PXMMSIinstallPXMFeature)(void*, void*);
+typedef HMODULE(WINAPI* PFN_PXMMSIloadResourceLibrary)(const char* baseName, DWORD* language);
+typedef DWORD(WINAPI* PFN_PXMMSIshowAboutBoxViewer)(void*, void*, void*, void*, DWORD);
+typedef DWORD(WINAPI* PFN_PXMMSIshowAboutBoxViewerEx)(void*);
+typedef DWORD(WINAPI* PFN_PXMMSIshowAboutBoxViewerW)(void*, void*, void*, void*, DWORD);
+typedef DWORD(WINAPI* PFN_PXMMSIshowAboutBoxViewerExW)(void*);
+typedef DWORD(WINAPI* PFN_PXMMSIshowHelpViewer)(HWND window, DWORD helpId, DWORD command);
+typedef DWORD(WINAPI* PFN_PXMMSIgetProductNameFTP)(void*, DWORD);
+typedef DWORD(WINAPI* PFN_PXMMSIsetLangOverrideRegKey)(DWORD);
+typedef DWORD(WINAPI* PFN_PXMMSIsetUserDirectory)(void*);
+typedef DWORD(WINAPI* PFN_PXMMSIsetUserDirReg)(void*);
+typedef DWORD(WINAPI* PFN_PXMMSIsetLogDirectory)(void*);
+typedef DWORD(WINAPI* PFN_PXMMSIsetLogDirReg)(void*);
+typedef void(WINAPI* PFN_PXMMSIcenterWindow)(HWND window, HWND parent);
+typedef void(WINAPI* PFN_PXMMSIcascadeWindow)(void*, void*);
+typedef DWORD(WINAPI* PFN_PXMMSIoffsetRectOnScreen)(void*);
+typedef DWORD(WINAPI* PFN_PXMMSIcreateDirectory)(void*, void*);
+typedef DWORD(WINAPI* PFN_PXMMSIgetLangID)();
+typedef DWORD(WINAPI* PFN_PXMMSIelevateUAC)(void*);
+typedef DWORD(WINAPI* PFN_PXMMSIisKerberosEnabled)();
+typedef DWORD(WINAPI* PFN_PXMMSIgetGlobalSettingsFile)(char* buffer, DWORD size);
+typedef DWORD(WINAPI* PFN_PXMMSIgetAppDataFileFolder)(void*, void*, DWORD);
+typedef DWORD(WINAPI* PFN_PXMMSIgetPKIAppDataFileFolder)(void*, DWORD, void*, void*, DWORD);
+typedef DWORD(WINAPI* PFN_PXMMSIisUserAdmin)(void*);
+
+// UI library. `family` is 0 for SOCKS and 1 for HTTP; `one` and `zero` are passed as they stand.
+// Both prompts return 1 when the user went through with them.
+typedef DWORD(WINAPI* PFN_PXMSETUIDLL_DxsocksConfig)(DWORD language, HWND owner, DWORD one, DWORD zero,
+                                                     DWORD family);
+typedef DWORD(WINAPI* PFN_PXMSETUIDLL_DxsocksPwd)(DWORD language, HWND owner, DWORD one, DWORD zero, DWORD family,
+                                                  const char* user, const char* proxyAddress, DWORD maxLength,
+                                                  char** password);
+typedef void(WINAPI* PFN_PXMSETUIDLL_OnTimeout)();
+typedef void(WINAPI* PFN_PXMSETUIDLL_FreeString)(char* text);
+
+}  // extern "C"
