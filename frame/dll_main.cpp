@@ -4,7 +4,9 @@
 
 #include "lifecycle.h"
 #include "log.h"
+#include "os_kind.h"
 #include "proxy_socket_manager.h"
+#include "suite_library.h"
 
 namespace {
 
@@ -19,25 +21,32 @@ void ReportPaths(unsigned id) {
     }
 }
 
-void OnProcessAttach() {
+void OnProcessAttach(HMODULE module) {
+    g_resourceLibrary.Initialise(module, "DXSOCKS.DLL");
     ReportPaths(1005);
+    GetOsKind();
     if (g_pProxySocketManager == nullptr) g_pProxySocketManager = new CProxySocketManager();
 }
 
 // No socket is closed and no hidden thread is touched here: the host owns them.
-void OnProcessDetach() {
+void OnProcessDetach(bool processEnding) {
     ReportPaths(1006);
     delete g_pProxySocketManager;
     g_pProxySocketManager = nullptr;
+    // At process end the system takes the UI library down with everything else.
+    if (!processEnding && g_hSetUILibrary != nullptr) {
+        FreeLibrary(g_hSetUILibrary);
+        g_hSetUILibrary = nullptr;
+    }
 }
 
 }  // namespace
 
-extern "C" BOOL WINAPI DllMain(HINSTANCE module, DWORD reason, LPVOID) {
+extern "C" BOOL WINAPI DllMain(HINSTANCE module, DWORD reason, LPVOID reserved) {
     g_hModule = module;
     try {
-        if (reason == DLL_PROCESS_ATTACH) OnProcessAttach();
-        if (reason == DLL_PROCESS_DETACH) OnProcessDetach();
+        if (reason == DLL_PROCESS_ATTACH) OnProcessAttach(module);
+        if (reason == DLL_PROCESS_DETACH) OnProcessDetach(reserved != nullptr);
     } catch (...) {
         // Nothing raised here may fail the load.
     }

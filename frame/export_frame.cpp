@@ -149,3 +149,9 @@ unsigned ReadConnectError(const char* name, SOCKET s) {
     LogEnd(name, static_cast<int>(result));
     return result;
 }
+
+void StoreParentWindow(const char* name, HWND window) {
+    SOCKS_LogString("Begin func %s", name);
+    g_hParentWindow = window;
+    SOCKS_LogString("End func %s", name);
+}

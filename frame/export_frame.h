@@ -31,6 +31,8 @@ int AsyncSelectManaged(const char* name, int type, SOCKET s, HWND window, unsign
 
 int ReadCanceled(const char* name, SOCKET s);
 unsigned ReadConnectError(const char* name, SOCKET s);
+// SetParentHWND of both families: one window for both, so the last writer of either decides.
+void StoreParentWindow(const char* name, HWND window);
 
 // How a family's BIND wait ends besides a granted request: on a cancelled prompt always, and for
 // the HTTP family also on a recorded refusal.

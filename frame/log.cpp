@@ -6,6 +6,7 @@
 #include "bounded_text.h"
 #include "lifecycle.h"
 #include "log_format.h"
+#include "suite_library.h"
 
 DXSOCKS_LOG_CALLBACK g_pfnLogCallback = nullptr;
 void* g_logContext = nullptr;
@@ -46,7 +47,7 @@ void ReportMessage(int, unsigned id, ...) {
     // Looking up a missing string sets the last error, which the surrounding call may be about to report.
     int saved = WSAGetLastError();
     char format[kReportFormatSize];
-    if (LoadStringA(g_hModule, id, format, sizeof format) > 0) {
+    if (g_resourceLibrary.LoadResourceString(id, format, sizeof format) > 0) {
         char text[kLineCount];
         va_list arguments;
         va_start(arguments, id);

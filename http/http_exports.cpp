@@ -5,6 +5,7 @@
 #include "lifecycle.h"
 #include "log.h"
 #include "proxy_socket_manager.h"
+#include "version_info.h"
 
 namespace {
 
@@ -22,7 +23,7 @@ const AnyFunction kHttpDispatchTable[31] = {
     Slot(HTTP_SetProxy),
     nullptr,  // HTTP_DetermineProxy
     nullptr,  // HTTP_DetectShims
-    nullptr,  // HTTP_GetVersionInfo
+    Slot(HTTP_GetVersionInfo),
     Slot(HTTP_SetLoggingCallback),
     Slot(HTTP_SetPasswordCallback),
     Slot(HTTP_SetLoggingCallbackEx), Slot(HTTP_ConnectEx), Slot(HTTP_BindEx), Slot(HTTP_ConnectCanceled),
@@ -34,7 +35,7 @@ const AnyFunction kHttpDispatchTable[31] = {
     nullptr,  // HTTP_ShowXMLConfigDlg
     Slot(HTTP_CleanupSocket),
     nullptr,  // HTTP_ConnectTimeout
-    nullptr,  // HTTP_SetParentHWND
+    Slot(HTTP_SetParentHWND),
 };
 
 LRESULT CALLBACK HttpHiddenWindowProcedure(HWND, UINT, WPARAM, LPARAM);
@@ -154,6 +155,8 @@ int HTTP_SetProxy(SOCKET s, const sockaddr_in* proxy, int length, const char* us
     return object != nullptr ? 0 : 1;
 }
 
+int HTTP_GetVersionInfo(void* out, int size) { return CopyVersionRecord("HTTP_GetVersionInfo", out, size); }
+
 int HTTP_ConnectEx(SOCKET s, const char* host, unsigned int port, HWND parent, int family) {
     return ConnectThroughProxy<CHttpSocket>("HTTP_ConnectEx", kHttpSocketType, s, host, port, parent);
 }
@@ -170,5 +173,7 @@ int HTTP_ConnectCanceled(SOCKET s) { return ReadCanceled("HTTP_ConnectCanceled",
 unsigned int HTTP_GetConnectError(SOCKET s) { return ReadConnectError("HTTP_GetConnectError", s); }
 
 void HTTP_CleanupSocket(SOCKET s) { CleanupManagedSocket("HTTP_CleanupSocket", s); }
+
+void HTTP_SetParentHWND(HWND window) { StoreParentWindow("HTTP_SetParentHWND", window); }
 
 }  // extern "C"

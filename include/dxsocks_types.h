@@ -62,6 +62,21 @@ typedef void (*DXSOCKS_LOG_CALLBACK_EX)(void *context, const char *text);
 typedef int (*DXSOCKS_PASSWORD_CALLBACK)(void *context, wchar_t *password, int size, const wchar_t *user,
                                          const wchar_t *proxy);
 
+/*
+ * The library's version record, 74 bytes, as SOCKS_GetVersionInfo and HTTP_GetVersionInfo copy
+ * it: major, minor and build agree with the file version of DXSOCKS.DLL; signature is 0xFACE; the
+ * build date ("Nov 22 2026") and time ("15:18:46") are zero-filled texts.
+ */
+typedef struct DXSOCKS_VERSION_RECORD {
+    unsigned short major;
+    unsigned short minor;
+    unsigned short build;
+    unsigned short revision;
+    unsigned short signature;
+    char buildDate[32];
+    char buildTime[32];
+} DXSOCKS_VERSION_RECORD;
+
 #ifdef __cplusplus
 }
 #endif

@@ -97,6 +97,12 @@ DXSOCKS_API unsigned int HTTP_GetConnectError(SOCKET s);
 /* Forgets the library's state for s; does not close s. */
 DXSOCKS_API void HTTP_CleanupSocket(SOCKET s);
 
+/* The same as SOCKS_GetVersionInfo: the one version record of the library. */
+DXSOCKS_API int HTTP_GetVersionInfo(void *out, int size);
+
+/* The same as SOCKS_SetParentHWND: both families share one owner window. */
+DXSOCKS_API void HTTP_SetParentHWND(HWND window);
+
 /*
  * Writes one line to the log with the prefix "DXHTTP: ". format is a wsprintf format and must not
  * be null; the formatted text is cut to 254 characters. Unlike SOCKS_LogString it may change the

@@ -111,6 +111,12 @@ DXSOCKS_API int SOCKS_connect(SOCKET s, const struct sockaddr *name, int namelen
  */
 DXSOCKS_API int SOCKS_SetProxy(SOCKET s, const struct sockaddr_in *proxy, int length, const char *userId);
 
+/*
+ * Copies the first size bytes of the library's version record (DXSOCKS_VERSION_RECORD, 74 bytes;
+ * a size above 74, or a negative one, copies all 74) to out. Returns 1, or 0 when out is null.
+ */
+DXSOCKS_API int SOCKS_GetVersionInfo(void *out, int size);
+
 /* As SOCKS_SetProxy, with the protocol version: 4 or 5. */
 DXSOCKS_API int SOCKS_SetProxyEx(SOCKET s, const struct sockaddr_in *proxy, int length, const char *userId,
                                  unsigned int version);
@@ -150,6 +156,12 @@ DXSOCKS_API void SOCKS_SetLoggingCallback(DXSOCKS_LOG_CALLBACK callback);
  * newline); null switches it off. Shared with HTTP_SetLoggingCallbackEx.
  */
 DXSOCKS_API void SOCKS_SetLoggingCallbackEx(void *context, DXSOCKS_LOG_CALLBACK_EX callback);
+
+/*
+ * Sets the window that owns the library's prompts (null: none). Shared with HTTP_SetParentHWND and
+ * written by SOCKS_ConnectEx and HTTP_ConnectEx too: the last writer decides.
+ */
+DXSOCKS_API void SOCKS_SetParentHWND(HWND window);
 
 #ifdef __cplusplus
 }

@@ -8,6 +8,7 @@
 #include "resolver.h"
 #include "socks_api.h"
 #include "socks_socket.h"
+#include "version_info.h"
 
 namespace {
 
@@ -26,7 +27,7 @@ const AnyFunction kSocksDispatchTable[33] = {
     Slot(SOCKS_SetProxy),
     nullptr,  // SOCKS_DetermineProxy
     nullptr,  // SOCKS_DetectShims
-    nullptr,  // SOCKS_GetVersionInfo
+    Slot(SOCKS_GetVersionInfo),
     Slot(SOCKS_SetProtocolVersion), Slot(SOCKS_SetLoggingCallback),
     Slot(SOCKS_SetPasswordCallback),
     Slot(SOCKS_SetLoggingCallbackEx), Slot(SOCKS_ConnectEx), Slot(SOCKS_BindEx), Slot(SOCKS_ConnectCanceled),
@@ -38,7 +39,7 @@ const AnyFunction kSocksDispatchTable[33] = {
     nullptr,  // SOCKS_ShowXMLConfigDlg
     Slot(SOCKS_CleanupSocket), Slot(SOCKS_SetProxyEx),
     nullptr,  // SOCKS_ConnectTimeout
-    nullptr,  // SOCKS_SetParentHWND
+    Slot(SOCKS_SetParentHWND),
 };
 
 LRESULT CALLBACK SocksHiddenWindowProcedure(HWND, UINT, WPARAM, LPARAM);
@@ -222,6 +223,8 @@ int SOCKS_SetProxy(SOCKET s, const sockaddr_in* proxy, int length, const char* u
     return SOCKS_SetProxyEx(s, proxy, length, userId, 4);
 }
 
+int SOCKS_GetVersionInfo(void* out, int size) { return CopyVersionRecord("SOCKS_GetVersionInfo", out, size); }
+
 int SOCKS_SetProtocolVersion(SOCKET, unsigned int) { return -1; }
 
 void SOCKS_SetPasswordCallback(void* context, DXSOCKS_PASSWORD_CALLBACK callback) {
@@ -252,5 +255,7 @@ int SOCKS_SetProxyEx(SOCKET s, const sockaddr_in* proxy, int length, const char*
     SOCKS_LogString("End func %s", "SOCKS_SetProxyEx");
     return object != nullptr ? 0 : 1;
 }
+
+void SOCKS_SetParentHWND(HWND window) { StoreParentWindow("SOCKS_SetParentHWND", window); }
 
 }  // extern "C"
