@@ -6,6 +6,7 @@
 #include "log.h"
 #include "proxy_socket_manager.h"
 #include "resolver.h"
+#include "suite_library.h"
 
 void LogBegin(const char* name, SOCKET s) {
     SOCKS_LogString("Begin func %s", name);
@@ -153,5 +154,18 @@ unsigned ReadConnectError(const char* name, SOCKET s) {
 void StoreParentWindow(const char* name, HWND window) {
     SOCKS_LogString("Begin func %s", name);
     g_hParentWindow = window;
+    SOCKS_LogString("End func %s", name);
+}
+
+void ReportConnectTimeout(const char* name, SOCKET s, bool notesConfigTimeout) {
+    LogBegin(name, s);
+    if (g_configPromptActive) {
+        auto onTimeout = reinterpret_cast<PFN_PXMSETUIDLL_OnTimeout>(
+            reinterpret_cast<void*>(GetSetUIProc("PXMSETUIDLL_OnTimeout")));
+        if (onTimeout != nullptr) onTimeout();
+        if (notesConfigTimeout) g_configPromptTimedOut = 1;
+    }
+    CProxySocket* object = g_pProxySocketManager->FindSocket(s);
+    if (object != nullptr) object->OnConnectTimeout();
     SOCKS_LogString("End func %s", name);
 }

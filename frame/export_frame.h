@@ -31,6 +31,9 @@ int AsyncSelectManaged(const char* name, int type, SOCKET s, HWND window, unsign
 
 int ReadCanceled(const char* name, SOCKET s);
 unsigned ReadConnectError(const char* name, SOCKET s);
+// ConnectTimeout of both families: closes an open first-use prompt (the SOCKS family also notes
+// that), then the socket's password prompt. Neither closes the socket nor ends an exchange.
+void ReportConnectTimeout(const char* name, SOCKET s, bool notesConfigTimeout);
 // SetParentHWND of both families: one window for both, so the last writer of either decides.
 void StoreParentWindow(const char* name, HWND window);
 

@@ -6,6 +6,8 @@
 
 HMODULE g_hModule = nullptr;
 HWND g_hParentWindow = nullptr;
+int32_t g_configPromptActive = 0;
+int32_t g_configPromptTimedOut = 0;
 
 int32_t g_socksStartupCount = 0;
 HANDLE g_hSocksThread = nullptr;

@@ -12,6 +12,9 @@ constexpr UINT WM_SOCKET_EVENT = WM_USER + 1;
 
 extern HMODULE g_hModule;
 extern HWND g_hParentWindow;
+// The first-use prompt of either family is open; a time-out reported meanwhile (nothing reads it).
+extern int32_t g_configPromptActive;
+extern int32_t g_configPromptTimedOut;
 
 extern int32_t g_socksStartupCount;
 extern HANDLE g_hSocksThread;

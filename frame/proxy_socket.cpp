@@ -4,6 +4,7 @@
 
 #include "lifecycle.h"
 #include "log.h"
+#include "suite_library.h"
 
 namespace {
 constexpr int kWouldBlock = WSAEWOULDBLOCK;
@@ -153,6 +154,17 @@ void CProxySocket::PushAsyncSelect(HWND window, unsigned message, unsigned event
 }
 
 void CProxySocket::OnConnected() { state = kConnected; }
+
+// Runs on a host thread while the prompt runs on the handshake's: the flags are written before the
+// prompt is told to close, so that they stand when it returns.
+void CProxySocket::OnConnectTimeout() {
+    if (!passwordPrompting) return;
+    passwordTimedOut = 1;
+    connectError = ERROR_TIMEOUT;
+    auto onTimeout = reinterpret_cast<PFN_PXMSETUIDLL_OnTimeout>(
+        reinterpret_cast<void*>(GetSetUIProc("PXMSETUIDLL_OnTimeout")));
+    if (onTimeout != nullptr) onTimeout();
+}
 
 // The proxy's address, with the port the host gave for a BIND: what the host hands its peer. The
 // address the proxy bound is not used.

@@ -56,6 +56,9 @@ struct CProxySocket : CListNode {
     bool HandOverToHost(const char* owner, HWND hiddenWindow, unsigned error);
     void PushAsyncSelect(HWND window, unsigned message, unsigned events);
     void OnConnected();
+    // The host's time limit ran out: an open password prompt is told to close, and the exchange
+    // ends in 1460 when it returns. Without an open prompt nothing changes.
+    void OnConnectTimeout();
     void GetSockName(sockaddr* name, const int* length) const;
     int ReleaseSocket();
 

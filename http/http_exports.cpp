@@ -34,7 +34,7 @@ const AnyFunction kHttpDispatchTable[31] = {
     nullptr,  // HTTP_GetXMLConfig
     nullptr,  // HTTP_ShowXMLConfigDlg
     Slot(HTTP_CleanupSocket),
-    nullptr,  // HTTP_ConnectTimeout
+    Slot(HTTP_ConnectTimeout),
     Slot(HTTP_SetParentHWND),
 };
 
@@ -173,6 +173,8 @@ int HTTP_ConnectCanceled(SOCKET s) { return ReadCanceled("HTTP_ConnectCanceled",
 unsigned int HTTP_GetConnectError(SOCKET s) { return ReadConnectError("HTTP_GetConnectError", s); }
 
 void HTTP_CleanupSocket(SOCKET s) { CleanupManagedSocket("HTTP_CleanupSocket", s); }
+
+void HTTP_ConnectTimeout(SOCKET s) { ReportConnectTimeout("HTTP_ConnectTimeout", s, false); }
 
 void HTTP_SetParentHWND(HWND window) { StoreParentWindow("HTTP_SetParentHWND", window); }
 

@@ -15,6 +15,7 @@
 #include "log.h"
 #include "proxy_socket_manager.h"
 #include "resolver.h"
+#include "suite_library.h"
 
 namespace {
 
@@ -233,9 +234,9 @@ int CHttpSocket::getPassword(char* password, int size) {
     passwordPrompting = 1;
     passwordTimedOut = 0;
     int result = 0;
-    // Without a host callback the UI library's prompt would ask; while there is none, it counts as
-    // declined.
-    if (g_pfnHttpPassword != nullptr) {
+    if (g_pfnHttpPassword == nullptr) {
+        result = PromptPassword(address, password, size);
+    } else {
         wchar_t wideAddress[kTargetHostSize] = {};
         wchar_t user[kUserIdSize] = {};
         wchar_t wide[kPasswordSize] = {};
@@ -251,6 +252,30 @@ int CHttpSocket::getPassword(char* password, int size) {
     }
     passwordPrompting = 0;
     return result;
+}
+
+// Unlike the host's callback, the prompt's empty password counts as declined.
+int CHttpSocket::PromptPassword(const char* address, char* password, int size) {
+    CPXMMSI suite(g_hModule, nullptr);
+    HWND owner = TopLevelParent(parentWindow);
+    DWORD language = suite.getLangID();
+    auto prompt = reinterpret_cast<PFN_PXMSETUIDLL_DxsocksPwd>(
+        reinterpret_cast<void*>(GetSetUIProc("PXMSETUIDLL_DxsocksPwd")));
+    char* text = nullptr;
+    DWORD result = 2;  // a missing prompt is a declined one
+    if (prompt != nullptr) {
+        result = prompt(language, owner, 1, 0, 1, userId, address, static_cast<DWORD>(size), &text);
+    }
+    if (password != nullptr && size > 0) {
+        password[0] = '\0';
+        if (text != nullptr) lstrcpynA(password, text, size);
+    }
+    if (text != nullptr) {
+        auto freeString = reinterpret_cast<PFN_PXMSETUIDLL_FreeString>(
+            reinterpret_cast<void*>(GetSetUIProc("PXMSETUIDLL_FreeString")));
+        if (freeString != nullptr) freeString(text);
+    }
+    return result == 1 && password != nullptr && size > 0 && password[0] != '\0' ? 1 : 0;
 }
 
 void CHttpSocket::StartReading(int count) { StartReadingAs(kOwner, count); }

@@ -33,6 +33,8 @@ public:
     int createUTF8UsernamePassword(wchar_t* out, int size);
     // The password from the host's callback (or the UI library's prompt). Non-zero if one was had.
     int getPassword(char* password, int size);
+    // The UI library's prompt for `size` bytes of password; 1 when it gave a non-empty one.
+    int PromptPassword(const char* address, char* password, int size);
 };
 
 // The host's password callback and its context (HTTP_SetPasswordCallback).

@@ -100,6 +100,9 @@ DXSOCKS_API void HTTP_CleanupSocket(SOCKET s);
 /* The same as SOCKS_GetVersionInfo: the one version record of the library. */
 DXSOCKS_API int HTTP_GetVersionInfo(void *out, int size);
 
+/* As SOCKS_ConnectTimeout: closes an open password prompt of s, which then ends with 1460. */
+DXSOCKS_API void HTTP_ConnectTimeout(SOCKET s);
+
 /* The same as SOCKS_SetParentHWND: both families share one owner window. */
 DXSOCKS_API void HTTP_SetParentHWND(HWND window);
 

@@ -158,6 +158,14 @@ DXSOCKS_API void SOCKS_SetLoggingCallback(DXSOCKS_LOG_CALLBACK callback);
 DXSOCKS_API void SOCKS_SetLoggingCallbackEx(void *context, DXSOCKS_LOG_CALLBACK_EX callback);
 
 /*
+ * Tells the library that the host's own time limit for the connect on s ran out. It acts only on an
+ * open password prompt, which closes: the exchange then ends with 1460 (SOCKS_GetConnectError and
+ * the FD_CONNECT error). It neither closes s nor ends an exchange that is in no prompt. May be
+ * called from any thread.
+ */
+DXSOCKS_API void SOCKS_ConnectTimeout(SOCKET s);
+
+/*
  * Sets the window that owns the library's prompts (null: none). Shared with HTTP_SetParentHWND and
  * written by SOCKS_ConnectEx and HTTP_ConnectEx too: the last writer decides.
  */

@@ -38,7 +38,7 @@ const AnyFunction kSocksDispatchTable[33] = {
     nullptr,  // SOCKS_GetXMLConfig
     nullptr,  // SOCKS_ShowXMLConfigDlg
     Slot(SOCKS_CleanupSocket), Slot(SOCKS_SetProxyEx),
-    nullptr,  // SOCKS_ConnectTimeout
+    Slot(SOCKS_ConnectTimeout),
     Slot(SOCKS_SetParentHWND),
 };
 
@@ -255,6 +255,8 @@ int SOCKS_SetProxyEx(SOCKET s, const sockaddr_in* proxy, int length, const char*
     SOCKS_LogString("End func %s", "SOCKS_SetProxyEx");
     return object != nullptr ? 0 : 1;
 }
+
+void SOCKS_ConnectTimeout(SOCKET s) { ReportConnectTimeout("SOCKS_ConnectTimeout", s, true); }
 
 void SOCKS_SetParentHWND(HWND window) { StoreParentWindow("SOCKS_SetParentHWND", window); }
 

@@ -11,12 +11,15 @@
 #include "resolver.h"
 #include "socks5_wire.h"
 #include "socks_password.h"
+#include "suite_library.h"
 
 namespace {
 
 constexpr char kOwner[] = "CSocksSocket";
 // Wide characters of the password buffer the callback fills.
 constexpr int kPasswordSize = 260;
+// The prompt's password is measured within 130 characters, and a longer one counts as none.
+constexpr size_t kLongestPromptedPassword = 129;
 constexpr int kWouldBlock = WSAEWOULDBLOCK;
 // The SOCKS replies all fit here; a counted read never asks for more than what is left of it.
 constexpr int kReadWindow = 64;
@@ -277,18 +280,39 @@ int CSocksSocket::OnMethodRecv() {
     return result;
 }
 
-// The host's callback decides; without one the UI library's prompt would, and while there is none
-// the prompt counts as declined.
+// The host's callback decides; without one, the UI library's prompt.
 bool CSocksSocket::AskPassword(const char* proxyText, wchar_t* password) {
     passwordPrompting = 1;
     passwordTimedOut = 0;
-    if (g_pfnSocksPassword == nullptr) return false;
+    if (g_pfnSocksPassword == nullptr) return PromptPassword(proxyText, password);
     wchar_t address[kTargetHostSize] = {};
     wchar_t user[kUserIdSize] = {};
     MultiByteToWideChar(GetACP(), 0, proxyText, -1, address, kTargetHostSize);
     MultiByteToWideChar(GetACP(), 0, userId, -1, user, kUserIdSize);
     // An empty password the callback accepts goes out with length 0.
     return g_pfnSocksPassword(g_socksPasswordContext, password, kPasswordSize, user, address) != 0;
+}
+
+bool CSocksSocket::PromptPassword(const char* proxyText, wchar_t* password) {
+    CPXMMSI suite(g_hModule, nullptr);
+    DWORD language = suite.getLangID();
+    HWND owner = TopLevelParent(parentWindow);
+    auto prompt = reinterpret_cast<PFN_PXMSETUIDLL_DxsocksPwd>(
+        reinterpret_cast<void*>(GetSetUIProc("PXMSETUIDLL_DxsocksPwd")));
+    char* text = nullptr;
+    DWORD result = 2;  // a missing prompt is a declined one
+    if (prompt != nullptr) result = prompt(language, owner, 1, 0, 0, userId, proxyText, kPasswordSize, &text);
+    if (text != nullptr) {
+        if (MultiByteToWideChar(GetACP(), 0, text, -1, password, kPasswordSize) == 0) password[0] = L'\0';
+        password[kPasswordSize - 1] = L'\0';
+        auto freeString = reinterpret_cast<PFN_PXMSETUIDLL_FreeString>(
+            reinterpret_cast<void*>(GetSetUIProc("PXMSETUIDLL_FreeString")));
+        if (freeString != nullptr) freeString(text);
+    }
+    // A password of 130 characters or more has no terminator in this window and counts as none.
+    size_t length = wcsnlen(password, kLongestPromptedPassword + 1);
+    if (length > kLongestPromptedPassword) length = 0;
+    return result == 1 && length != 0;
 }
 
 int CSocksSocket::SendPassword(const wchar_t* password) {

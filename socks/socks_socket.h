@@ -37,6 +37,8 @@ private:
     int PeekReply(int tries, bool tenWhenGranted);
     int FailHandshake(int error);
     bool AskPassword(const char* proxyText, wchar_t* password);
+    // The UI library's prompt: yes only for result 1 and a password of 1 to 129 characters.
+    bool PromptPassword(const char* proxyText, wchar_t* password);
 };
 
 // The host's password callback and its context (SOCKS_SetPasswordCallback).

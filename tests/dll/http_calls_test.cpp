@@ -561,11 +561,10 @@ TEST_F(HttpLifecycleTest, EverySlotIsTheExportAtItsOrdinal) {
     EXPECT_EQ(GetProcAddress(Library(), MAKEINTRESOURCEA(409)), GetProcAddress(Library(), "HTTP_Startup"));
     EXPECT_NE(GetProcAddress(Library(), MAKEINTRESOURCEA(409)), nullptr);
     EXPECT_EQ(GetProcAddress(Library(), MAKEINTRESOURCEA(417)), nullptr);
-    // Exports of the configuration, determination, shim, time-out and XML calls come later.
+    // Exports of the configuration, determination, shim and XML calls come later.
     std::vector<std::string> expected = {
         "HTTP_ConfigurationDialog", "HTTP_DetermineProxy", "HTTP_DetectShims",      "HTTP_DetermineProxyEx",
         "HTTP_UseAddressFamily",    "HTTP_SetXMLConfig",   "HTTP_GetXMLConfig",     "HTTP_ShowXMLConfigDlg",
-        "HTTP_ConnectTimeout",
     };
     EXPECT_EQ(missing, expected);
     EXPECT_EQ(HTTP_Cleanup(), 1);

@@ -6,6 +6,7 @@
 #include <vector>
 
 #include "bench.h"
+#include "declining_passwords.h"
 #include "host_window.h"
 #include "http_api.h"
 #include "log_capture.h"
@@ -105,6 +106,7 @@ TEST_F(HttpConnectTest, LogOfAGrantedExchange) {
 }
 
 TEST_F(HttpConnectTest, BlockingOutcomes) {
+    dxtest::DecliningPasswords declining;  // the cases with authentication are declined
     struct Case {
         const char* name;
         std::string script;  // empty: the proxy's port refuses the TCP connect
@@ -170,6 +172,7 @@ TEST_F(HttpConnectTest, BlockingOutcomes) {
 }
 
 TEST_F(HttpConnectTest, DeclinedPasswordPromptIsLoggedAndNothingIsSent) {
+    dxtest::DecliningPasswords declining;
     int id = FakeScript("readhttp close");
     ASSERT_EQ(HTTP_SetProxy(s, &fake, sizeof fake, "alice", 1), 0);
     dxtest::LogCapture capture;
@@ -298,6 +301,7 @@ protected:
 };
 
 TEST_F(HttpNonBlockingTest, Outcomes) {
+    dxtest::DecliningPasswords declining;  // the cases with authentication are declined
     struct Case {
         const char* name;
         std::string script;

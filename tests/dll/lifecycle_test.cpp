@@ -59,11 +59,10 @@ TEST_F(LifecycleTest, EverySlotIsTheExportAtItsOrdinalAndTheMissingOnesAreNull) 
         EXPECT_EQ(reinterpret_cast<void*>(table[i]), reinterpret_cast<void*>(byOrdinal)) << kTable[i].name;
         if (table[i] == nullptr) missing.push_back(kTable[i].name);
     }
-    // Exports of the configuration, determination, shim, time-out and XML calls come later.
+    // Exports of the configuration, determination, shim and XML calls come later.
     std::vector<std::string> expected = {
         "SOCKS_ConfigurationDialog", "SOCKS_DetermineProxy", "SOCKS_DetectShims",      "SOCKS_DetermineProxyEx",
         "SOCKS_UseAddressFamily",    "SOCKS_SetXMLConfig",   "SOCKS_GetXMLConfig",     "SOCKS_ShowXMLConfigDlg",
-        "SOCKS_ConnectTimeout",
     };
     EXPECT_EQ(missing, expected);
     EXPECT_EQ(SOCKS_Cleanup(), 1);

@@ -6,6 +6,7 @@
 #include <vector>
 
 #include "bench.h"
+#include "declining_passwords.h"
 #include "log_capture.h"
 #include "socks_api.h"
 
@@ -140,7 +141,8 @@ TEST_F(Socks5ConnectTest, RefusalsEndWithMinusOneAndNoWinsockError) {
     }
 }
 
-TEST_F(Socks5ConnectTest, MethodTwoWithoutAPasswordSourceIsACancelledPrompt) {
+TEST_F(Socks5ConnectTest, MethodTwoWithADeclinedPasswordIsACancelledPrompt) {
+    dxtest::DecliningPasswords declining;
     int id = FakeScript("read=4 send=0502 drain=3000");
     dxtest::LogCapture capture;
     EXPECT_EQ(Connect("127.0.0.1", 80, "alice"), -1);
@@ -159,6 +161,7 @@ TEST_F(Socks5ConnectTest, MethodTwoWithoutAPasswordSourceIsACancelledPrompt) {
 }
 
 TEST_F(Socks5ConnectTest, MethodTwoChosenWithoutAnOfferOfItTakesThePasswordPathAllTheSame) {
+    dxtest::DecliningPasswords declining;
     int id = FakeScript("read=3 send=0502 drain=3000");
     EXPECT_EQ(Connect("127.0.0.1", 80), -1);
     EXPECT_EQ(SOCKS_ConnectCanceled(s), 1);

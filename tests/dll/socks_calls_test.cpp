@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "bench.h"
+#include "declining_passwords.h"
 #include "host_window.h"
 #include "log_capture.h"
 #include "socks_api.h"
@@ -372,7 +373,8 @@ TEST_F(SocksCallsDllTest, SelectWaitsForANonBlockingHandshakeAndThenReportsTheSo
 }
 
 TEST_F(SocksCallsDllTest, SelectOfACancelledPasswordPromptFailsWith65534) {
-    // The proxy asks for username and password; with no way to ask the user, the prompt is cancelled.
+    // The proxy asks for username and password, and the user declines.
+    dxtest::DecliningPasswords declining;
     int id = FakeScript("read=4 sleep=200 send=0502 drain=3000");
     MakeNonBlocking(s);
     ASSERT_EQ(SOCKS_SetProxyEx(s, &fake, sizeof fake, "alice", 5), 0);
@@ -485,6 +487,7 @@ TEST_F(SocksCallsDllTest, GrantedBindThenGetSockNameListenAcceptAndTwoCloses) {
 }
 
 TEST_F(SocksCallsDllTest, BindExWithACancelledPasswordPromptEndsWithMinusOneAsTheError) {
+    dxtest::DecliningPasswords declining;
     FakeScript("read=4 send=0502 drain=3000");
     MakeNonBlocking(s);
     ASSERT_EQ(SOCKS_SetProxyEx(s, &fake, sizeof fake, "alice", 5), 0);
