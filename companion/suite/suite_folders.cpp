@@ -36,6 +36,13 @@ bool IsFolder(const std::wstring& path) {
     return attributes != INVALID_FILE_ATTRIBUTES && (attributes & FILE_ATTRIBUTE_DIRECTORY) != 0;
 }
 
+// The short (8.3) form of an existing path, if the code page holds that.
+bool ShortAnsi(const std::wstring& path, std::string* out) {
+    wchar_t shortPath[MAX_PATH] = {};
+    DWORD length = GetShortPathNameW(path.c_str(), shortPath, MAX_PATH);
+    return length != 0 && length < MAX_PATH && companion::ToAnsi(shortPath, out);
+}
+
 std::wstring Created(const std::wstring& folder) { return CreateFolderTree(folder) ? folder : L""; }
 
 bool SetFolder(std::wstring* target, const char* folder) {
@@ -139,17 +146,16 @@ bool ExpandFolderVocabulary(const std::wstring& text, std::wstring* out) {
 
 bool PathToAnsi(const std::wstring& path, std::string* out) {
     if (companion::ToAnsi(path, out)) return true;
+    // An existing path has a short form; a file still to be made takes its folder's.
+    if (ShortAnsi(path, out)) return true;
     size_t slash = path.find_last_of(L'\\');
     if (slash == std::wstring::npos) return false;
-    std::wstring folder = path.substr(0, slash);
+    std::string folder;
     std::string name;
-    if (!companion::ToAnsi(path.substr(slash + 1), &name)) return false;
-    wchar_t shortFolder[MAX_PATH] = {};
-    DWORD length = GetShortPathNameW(folder.c_str(), shortFolder, MAX_PATH);
-    if (length == 0 || length >= MAX_PATH) return false;
-    std::string narrowFolder;
-    if (!companion::ToAnsi(shortFolder, &narrowFolder)) return false;
-    *out = narrowFolder + "\\" + name;
+    if (!companion::ToAnsi(path.substr(slash + 1), &name) || !ShortAnsi(path.substr(0, slash), &folder)) {
+        return false;
+    }
+    *out = folder + "\\" + name;
     return true;
 }
 

@@ -433,6 +433,46 @@ TEST_F(SuiteTest, InstallFolderIsTheSuiteLibrarysFolder) {
     EXPECT_TRUE(ctest::SamePath(Text(getInstall, MAX_PATH).second, ctest::ProgramFolder()));
 }
 
+// An installation folder whose name the ANSI code page cannot hold: the libraries are still found
+// there, and the narrow folder handed out is its short form, which opens the same folder.
+TEST_F(SuiteTest, AFolderOutsideTheCodePageIsHandedOutInItsShortForm) {
+    ctest::TempFolder folder;
+    std::wstring wideFolder = std::wstring(folder.Path().begin(), folder.Path().end()) + L"\\\u0416\u0443\u0440";
+    ASSERT_TRUE(CreateDirectoryW(wideFolder.c_str(), nullptr));
+    std::string program = ctest::ProgramFolder();
+    std::wstring programFolder(program.begin(), program.end());
+    for (const wchar_t* name : {L"KVTSOCK2.DLL", L"DXSOCKS_0409.DLL"}) {
+        ASSERT_TRUE(CopyFileW((programFolder + L"\\" + name).c_str(), (wideFolder + L"\\" + name).c_str(), FALSE));
+    }
+    HMODULE other = LoadLibraryW((wideFolder + L"\\KVTSOCK2.DLL").c_str());
+    ASSERT_NE(other, nullptr);
+    ASSERT_NE(other, suite);
+
+    auto getInstall = Entry<PFN_PXMMSIgetInstallDirectory>(other, "PXMMSIgetInstallDirectory");
+    char narrow[MAX_PATH] = {};
+    EXPECT_NE(getInstall(narrow, sizeof narrow), 0u);
+    wchar_t shortForm[MAX_PATH] = {};
+    ASSERT_NE(GetShortPathNameW(wideFolder.c_str(), shortForm, MAX_PATH), 0u);
+    EXPECT_EQ(std::string(narrow).find('?'), std::string::npos) << narrow;
+    EXPECT_TRUE(ctest::IsFolder(narrow)) << narrow;
+    EXPECT_TRUE(ctest::Exists(std::string(narrow) + "\\DXSOCKS_0409.DLL")) << narrow;
+
+    // The resource library beside it is found through the wide folder name.
+    auto load = Entry<PFN_PXMMSIloadResourceLibrary>(other, "PXMMSIloadResourceLibrary");
+    DWORD language = 0x0409;
+    HMODULE resources = load("NOTLOADED.DLL", &language);
+    EXPECT_EQ(resources, nullptr);
+    std::wstring copied = wideFolder + L"\\NOTLOADED_0409.DLL";
+    ASSERT_TRUE(CopyFileW((programFolder + L"\\DXSOCKS_0409.DLL").c_str(), copied.c_str(), FALSE));
+    resources = load("NOTLOADED.DLL", &language);
+    ASSERT_NE(resources, nullptr);
+    wchar_t loadedPath[MAX_PATH] = {};
+    GetModuleFileNameW(resources, loadedPath, MAX_PATH);
+    EXPECT_EQ(lstrcmpiW(loadedPath, copied.c_str()), 0);
+    FreeLibrary(resources);
+    FreeLibrary(other);
+}
+
 TEST_F(SuiteTest, AppDataFilesLieInTheDataFolder) {
     auto getFile = Get<PFN_PXMMSIgetAppDataFileFolder>("PXMMSIgetAppDataFileFolder");
     char out[MAX_PATH] = {};
