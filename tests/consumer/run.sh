@@ -13,6 +13,13 @@ prefix=$tmp/prefix
 echo "== install into $prefix"
 cmake --install "$build" --prefix "$prefix" >/dev/null
 
+# The companion libraries and the help pages install beside DXSOCKS.DLL, which finds them there.
+companions="bin/KVTSOCK2.DLL bin/DXSOCKS_0409.DLL bin/pxmSetUI.dll
+            bin/help/index.html bin/help/socks.html bin/help/http.html"
+for entry in $companions; do
+  [[ -f $prefix/$entry ]] || { echo "install lacks $entry"; exit 1; }
+done
+
 echo "== configure and build the consumer"
 cmake -S "$here" -B "$tmp/consumer" -DCMAKE_TOOLCHAIN_FILE="$toolchain" -DCMAKE_PREFIX_PATH="$prefix" \
   -DCMAKE_BUILD_TYPE=Release >/dev/null
@@ -48,7 +55,7 @@ fi
 top=dxsocks-$version-win64
 for entry in bin/DXSOCKS.DLL include/socks_api.h include/http_api.h include/dxsocks_types.h \
              lib/libdxsocks.dll.a lib/DXSOCKS.lib lib/cmake/dxsocks/dxsocksConfig.cmake \
-             lib/cmake/dxsocks/dxsocksConfigVersion.cmake; do
+             lib/cmake/dxsocks/dxsocksConfigVersion.cmake $companions; do
   grep -qxF "$top/$entry" <<<"$listing" || { echo "ZIP lacks $top/$entry"; echo "$listing"; exit 1; }
 done
 echo "consumer_installed: all good"
