@@ -1,0 +1,112 @@
+// The numbered reports: their formats come from the resource library that the suite library names,
+// and they reach the host's log callback with the arguments of each event, without a prefix.
+#include <gtest/gtest.h>
+
+#include <cstdio>
+#include <string>
+#include <vector>
+
+#include "bench.h"
+#include "http_api.h"
+#include "log_capture.h"
+#include "module_files.h"
+#include "socks_api.h"
+
+namespace {
+
+using dxtest::FakeScript;
+
+// A report as the shipped resource library words it.
+template <typename... Arguments>
+std::string Report(unsigned id, Arguments... arguments) {
+    HMODULE resources = LoadLibraryExA(dxtest::BesideProgram("DXSOCKS_0409.DLL").c_str(), nullptr,
+                                       LOAD_LIBRARY_AS_DATAFILE);
+    EXPECT_NE(resources, nullptr);
+    char format[256] = {};
+    EXPECT_GT(LoadStringA(resources, id, format, sizeof format), 0) << id;
+    FreeLibrary(resources);
+    char text[255];
+    std::snprintf(text, sizeof text, format, arguments...);
+    return text;
+}
+
+// The lines that carry no prefix: the reports.
+std::vector<std::string> Reports(const std::vector<std::string>& lines) {
+    std::vector<std::string> reports;
+    for (const std::string& line : lines) {
+        if (line.rfind("DXSOCKS: ", 0) != 0) reports.push_back(line);
+    }
+    return reports;
+}
+
+class ReportsTest : public ::testing::Test {
+protected:
+    void SetUp() override {
+        s = dxtest::MakeTcpSocket();
+        fake = dxtest::Loopback(dxtest::BenchPort("FAKE_PORT"));
+        dxtest::FakeReset();
+    }
+    void TearDown() override { dxtest::Retire(s); }
+    int S() const { return static_cast<int>(s); }
+    int FakePort() const { return ntohs(fake.sin_port); }
+
+    SOCKET s = INVALID_SOCKET;
+    sockaddr_in fake = {};
+};
+
+TEST_F(ReportsTest, Socks4ReplyCodesHaveTheirReports) {
+    struct Case {
+        const char* reply;
+        unsigned id;
+    };
+    const Case cases[] = {{"005a000000000000", 2002}, {"005b000000000000", 2003}, {"005c000000000000", 2004},
+                          {"005d000000000000", 2005}, {"0077000000000000", 2006}};
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.id);
+        dxtest::Retire(s);
+        s = dxtest::MakeTcpSocket();
+        FakeScript(std::string("read=9 send=") + c.reply + " drain=2000");
+        ASSERT_EQ(SOCKS_SetProxy(s, &fake, sizeof fake, ""), 0);
+        dxtest::LogCapture capture;
+        SOCKS_ConnectEx(s, "127.0.0.1", 4321, nullptr, AF_INET);
+        std::string verdict = c.id == 2006 ? Report(2006, 0x77, S()) : Report(c.id, S());
+        std::vector<std::string> expected = {Report(1003, "127.0.0.1", FakePort(), S()),
+                                             Report(2000, "127.0.0.1", 4321, S()), verdict};
+        EXPECT_EQ(Reports(capture.Lines()), expected);
+    }
+}
+
+TEST_F(ReportsTest, HttpConnectReportsTheProxyAndTheTarget) {
+    FakeScript("readhttp send=" + dxtest::Hex("HTTP/1.1 200 OK\r\n\r\n") + " drain=2000");
+    ASSERT_EQ(HTTP_SetProxy(s, &fake, sizeof fake, "", 0), 0);
+    dxtest::LogCapture capture;
+    EXPECT_EQ(HTTP_ConnectEx(s, "127.0.0.1", 4321, nullptr, AF_INET), 0);
+    std::vector<std::string> expected = {Report(1003, "127.0.0.1", FakePort(), S()),
+                                         Report(2000, "127.0.0.1", 4321, S())};
+    EXPECT_EQ(Reports(capture.Lines()), expected);
+}
+
+std::vector<std::string>* g_detachLines = nullptr;
+void CollectDetachLine(void*, const char* text) { g_detachLines->push_back(text); }
+
+// A second copy of the library, loaded and freed, reports its detach with both paths.
+TEST(DetachReportTest, UnloadReportsTheHostProgramAndTheLibrary) {
+    std::string folder = dxtest::MakeTempDirectory("detach");
+    ASSERT_TRUE(dxtest::CopyInto(dxtest::BesideProgram("DXSOCKS.DLL"), folder, "DXCOPY.DLL"));
+    HMODULE copy = LoadLibraryA((folder + "DXCOPY.DLL").c_str());
+    ASSERT_NE(copy, nullptr);
+    std::string copyPath = dxtest::ModulePath(copy);
+    using SetCallbackEx = void(WINAPI*)(void*, void (*)(void*, const char*));
+    auto setCallback = reinterpret_cast<SetCallbackEx>(
+        reinterpret_cast<void*>(GetProcAddress(copy, "SOCKS_SetLoggingCallbackEx")));
+    ASSERT_NE(setCallback, nullptr);
+    std::vector<std::string> lines;
+    g_detachLines = &lines;
+    setCallback(nullptr, CollectDetachLine);
+    FreeLibrary(copy);
+    g_detachLines = nullptr;
+    EXPECT_EQ(lines, std::vector<std::string>{Report(1006, dxtest::ModulePath(nullptr).c_str(), copyPath.c_str())});
+    dxtest::RemoveTree(folder);
+}
+
+}  // namespace
