@@ -4,19 +4,22 @@
 // naming call and the connect call, for the hand-written side connect, request and reply. Socket
 // creation, a one-round-trip check of the tunnel and the close stay outside it.
 //
+// Where the library's time goes: the retry sleeps of its reads and sends are counted in the timed
+// runs (they would show as multiples of 10 ms); afterwards, with both kinds alternating again, the
+// calls a connect makes to WinSock and the other system calls are counted and timed per connect, so
+// that the library's extra calls and its own code (outside them) can be told apart.
+//
 // Flags: --count=N (1000) timed connects of each kind per protocol; --warmup=N (20);
 // --protocols=socks4,socks5,http; --http-proxy=auto|tinyproxy|squid (auto: the faster by a short
-// hand-written trial); --breakdown=N (200) connects per protocol with a timestamping log callback,
-// afterwards, to show where the library's time goes; --samples=PATH appends every timed sample as
-// CSV; --rows=PATH and --bench-env=PATH as in every benchmark.
+// hand-written trial); --breakdown=N (200) connects of each kind with their calls timed (0: none);
+// --samples=PATH appends every timed sample as CSV; --rows=PATH and --bench-env=PATH as in every
+// benchmark.
 #include <winsock2.h>
 #include <windows.h>
 
 #include <algorithm>
 #include <cstdio>
 #include <cstring>
-#include <functional>
-#include <map>
 #include <stdexcept>
 #include <string>
 #include <vector>

@@ -68,11 +68,11 @@ def chart(samples_path: str, out_path: str, title: str) -> None:
                 positions.append(i * 3 + j)
                 data.append(values)
                 labels.append(kind)
-    boxes = ax.boxplot(data, positions=positions, widths=0.7, whis=(1, 99), showfliers=False,
+    boxes = ax.boxplot(data, positions=positions, widths=0.7, whis=(5, 95), showfliers=False,
                        patch_artist=True, medianprops={"color": "black"})
     for patch, kind in zip(boxes["boxes"], labels):
         patch.set_facecolor(colours[kind])
-    # The p99 as a marker of its own: the whiskers reach from p1 to p99.
+    # The p99 of the table (nearest rank) as a marker of its own; the whiskers reach from p5 to p95.
     for position, values in zip(positions, data):
         values = sorted(values)
         p99 = values[max(0, -(-99 * len(values) // 100) - 1)]
@@ -86,7 +86,7 @@ def chart(samples_path: str, out_path: str, title: str) -> None:
     ax.legend(handles, kinds + ["p99"], loc="upper right")
     ax.grid(axis="y", alpha=0.3)
     ax.set_ylim(bottom=0)
-    fig.text(0.01, 0.01, "boxes: quartiles and median; whiskers: p1 to p99", fontsize=8)
+    fig.text(0.01, 0.01, "boxes: quartiles and median; whiskers: p5 to p95; red: p99", fontsize=8)
     fig.tight_layout()
     fig.savefig(out_path)
 
