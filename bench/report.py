@@ -11,10 +11,13 @@ from __future__ import annotations
 import argparse
 import collections
 import csv
+import math
 import sys
 
 
 def format_ns(ns: float) -> str:
+    if math.isnan(ns):
+        return "-"
     if abs(ns) < 1e3:
         return f"{ns:.1f} ns"
     if abs(ns) < 1e6:
@@ -83,7 +86,8 @@ def chart(samples_path: str, out_path: str, title: str) -> None:
     ax.set_title(title, fontsize=10)
     handles = [plt.Rectangle((0, 0), 1, 1, color=colours[k]) for k in kinds]
     handles.append(plt.Line2D([], [], marker="_", color="red", linestyle="", markersize=14))
-    ax.legend(handles, kinds + ["p99"], loc="upper right")
+    ax.legend(handles, kinds + ["p99"], loc="upper center", ncol=3)
+    ax.margins(y=0.15)
     ax.grid(axis="y", alpha=0.3)
     ax.set_ylim(bottom=0)
     fig.text(0.01, 0.01, "boxes: quartiles and median; whiskers: p5 to p95; red: p99", fontsize=8)

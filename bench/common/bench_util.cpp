@@ -100,12 +100,14 @@ Summary Summarize(std::vector<double> samples) {
 }
 
 std::string FormatNs(double ns) {
+    if (std::isnan(ns)) return "-";
     char text[32];
-    if (ns < 1e3) {
+    double size = std::fabs(ns);
+    if (size < 1e3) {
         std::snprintf(text, sizeof text, "%.1f ns", ns);
-    } else if (ns < 1e6) {
+    } else if (size < 1e6) {
         std::snprintf(text, sizeof text, "%.1f us", ns / 1e3);
-    } else if (ns < 1e9) {
+    } else if (size < 1e9) {
         std::snprintf(text, sizeof text, "%.2f ms", ns / 1e6);
     } else {
         std::snprintf(text, sizeof text, "%.2f s", ns / 1e9);

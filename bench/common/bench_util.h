@@ -51,7 +51,10 @@ struct Summary {
 // Order statistics by nearest rank; an empty sample gives all zeros.
 Summary Summarize(std::vector<double> samples);
 
-// "812 ns", "41.3 us", "1.27 ms", "2.10 s".
+// A table cell without a figure (printed as "-").
+constexpr double kNoValue = __builtin_nan("");
+
+// "812 ns", "41.3 us", "1.27 ms", "2.10 s"; "-" for kNoValue.
 std::string FormatNs(double ns);
 
 // The one table layout every program prints: | Benchmark | Case | N | Median | p99 | Notes |.
