@@ -10,7 +10,7 @@
 
 namespace dxbench {
 
-constexpr size_t kProfiledImports = 9;
+constexpr size_t kProfiledImports = 10;
 
 struct ImportTotals {
     std::array<long long, kProfiledImports> calls{};
@@ -22,13 +22,17 @@ struct ImportTotals {
 
 class ImportProfile {
 public:
-    // Points the imports of `modules` at the timing wrappers; the destructor puts them back.
+    // Points the imports of both modules (`program` may be null) at the timing wrappers; the
+    // destructor puts them back.
     ImportProfile(HMODULE library, HMODULE program);
     ~ImportProfile();
     ImportProfile(const ImportProfile&) = delete;
     ImportProfile& operator=(const ImportProfile&) = delete;
 
+    // Totals so far of the calls made on any thread, or only of those made on other threads than
+    // the one that set the profile up (the library's hidden threads, in a program with one thread).
     static ImportTotals Now();
+    static ImportTotals NowOnOtherThreads();
     static const char* Name(size_t index);
 
 private:
