@@ -117,9 +117,15 @@ int main(int argc, char** argv) {
             }
             double slope = (n * sxy - sx * sy) / (n * sxx - sx * sx);
             double intercept = (sy - slope * sx) / n;
-            table.Add("registry lookup", "line through the whole walks", line.size(), slope, slope,
-                      "time = " + Fixed(intercept, 1) + " ns + " + Fixed(slope, 2) +
-                          " ns x managed sockets (Median and p99 columns: the slope)");
+            std::string steps;
+            for (size_t i = 1; i < line.size(); ++i) {
+                double added = (line[i].second - line[i - 1].second) / (line[i].first - line[i - 1].first);
+                steps += (i > 1 ? ", " : "") + std::to_string(line[i - 1].first) + " to " +
+                         std::to_string(line[i].first) + ": " + Fixed(added, 2) + " ns";
+            }
+            table.Add("registry lookup", "line through the whole walks", line.size(), slope, dxbench::kNoValue,
+                      "least squares: time = " + Fixed(intercept, 1) + " ns + " + Fixed(slope, 2) +
+                          " ns x managed sockets (Median column: the slope); per socket added, " + steps);
         }
         return table.Print() ? 0 : 1;
     } catch (const std::exception& error) {
