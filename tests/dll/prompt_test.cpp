@@ -1,0 +1,265 @@
+// The UI library's real password prompt, as a host without a password callback meets it: driven
+// from a second thread as a user would, in blocking and non-blocking handshakes, and closed by the
+// host's time-out from another thread.
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <string>
+#include <thread>
+
+#include "bench.h"
+#include "host_window.h"
+#include "http_api.h"
+#include "setui_ids.h"
+#include "socks_api.h"
+
+namespace {
+
+using dxtest::FakeReceived;
+using dxtest::FakeScript;
+
+// The open prompt with `title`, waiting at most `timeoutMs`.
+HWND FindPrompt(const char* title, int timeoutMs = 8000) {
+    for (int waited = 0; waited <= timeoutMs; waited += 10) {
+        HWND found = FindWindowA(SETUI_PROMPT_CLASS, title);
+        if (found != nullptr && IsWindowVisible(found)) return found;
+        Sleep(10);
+    }
+    return nullptr;
+}
+
+std::string ItemText(HWND dialog, int id) {
+    char text[512] = {};
+    GetDlgItemTextA(dialog, id, text, sizeof text);
+    return text;
+}
+
+// What the user saw and did.
+struct Seen {
+    bool found = false;
+    std::string user;
+    std::string address;
+    HWND owner = nullptr;
+    DWORD thread = 0;
+};
+
+enum class Answer { kOk, kCancel, kHostTimesOut };
+
+// A user at the prompt, on a thread of its own. For kHostTimesOut the host's time-out closes it.
+class User {
+public:
+    User(const char* title, const std::string& typed, Answer answer, void (*connectTimeout)(SOCKET) = nullptr,
+         SOCKET s = INVALID_SOCKET)
+        : worker_([=] {
+              HWND dialog = FindPrompt(title);
+              if (dialog == nullptr) return;
+              seen_.found = true;
+              seen_.user = ItemText(dialog, SETUI_IDC_USER);
+              seen_.address = ItemText(dialog, SETUI_IDC_ADDRESS);
+              seen_.owner = GetWindow(dialog, GW_OWNER);
+              seen_.thread = GetWindowThreadProcessId(dialog, nullptr);
+              HWND edit = GetDlgItem(dialog, SETUI_IDC_PASSWORD);
+              for (char c : typed) SendMessageA(edit, WM_CHAR, static_cast<unsigned char>(c), 1);
+              switch (answer) {
+                  case Answer::kOk: PostMessageA(GetDlgItem(dialog, IDOK), BM_CLICK, 0, 0); break;
+                  case Answer::kCancel: PostMessageA(GetDlgItem(dialog, IDCANCEL), BM_CLICK, 0, 0); break;
+                  case Answer::kHostTimesOut: connectTimeout(s); break;
+              }
+          }) {}
+    ~User() { Finish(); }
+    const Seen& Finish() {
+        if (worker_.joinable()) worker_.join();
+        return seen_;
+    }
+
+private:
+    Seen seen_;
+    std::thread worker_;
+};
+
+class PromptTest : public ::testing::Test {
+protected:
+    void SetUp() override {
+        s = dxtest::MakeTcpSocket();
+        fake = dxtest::Loopback(dxtest::BenchPort("FAKE_PORT"));
+        dxtest::FakeReset();
+        SOCKS_SetPasswordCallback(nullptr, nullptr);
+        HTTP_SetPasswordCallback(nullptr, nullptr);
+    }
+    void TearDown() override { dxtest::Retire(s); }
+    void Socks5To(const sockaddr_in& proxy, const char* user) {
+        ASSERT_EQ(SOCKS_SetProxyEx(s, &proxy, sizeof proxy, user, 5), 0);
+    }
+    void MakeNonBlocking() {
+        u_long on = 1;
+        ASSERT_EQ(ioctlsocket(s, FIONBIO, &on), 0);
+    }
+
+    SOCKET s = INVALID_SOCKET;
+    sockaddr_in fake = {};
+};
+
+TEST_F(PromptTest, BlockingSocksPromptSendsWhatTheUserTyped) {
+    int id = FakeScript("read=4 send=0502 read=14 send=0100 read=10 send=05000001000000000000 drain=3000");
+    Socks5To(fake, "alice");
+    HWND top = CreateWindowExA(0, "STATIC", "host", WS_POPUP | WS_VISIBLE, 0, 0, 300, 200, nullptr, nullptr, nullptr,
+                               nullptr);
+    HWND child = CreateWindowExA(0, "STATIC", "", WS_CHILD, 0, 0, 10, 10, top, nullptr, nullptr, nullptr);
+    User user(SETUI_TITLE_SOCKS, "hunter", Answer::kOk);
+    EXPECT_EQ(SOCKS_ConnectEx(s, "127.0.0.1", 80, child, AF_INET), 0);
+    const Seen& seen = user.Finish();
+    ASSERT_TRUE(seen.found);
+    EXPECT_EQ(seen.user, "alice");
+    EXPECT_EQ(seen.address, "127.0.0.1");
+    EXPECT_EQ(seen.owner, top);  // the top of the socket's parent window
+    EXPECT_EQ(seen.thread, GetCurrentThreadId());
+    dxtest::Retire(s);
+    s = dxtest::MakeTcpSocket();
+    std::string request = FakeReceived(id).bytes;
+    EXPECT_EQ(dxtest::Hex(request.substr(4, 14)), dxtest::Hex(std::string("\x01\x05" "alice" "\x06" "hunter", 14)));
+    DestroyWindow(top);
+}
+
+TEST_F(PromptTest, BlockingSocksPromptCancelledIsACancelledConnect) {
+    int id = FakeScript("read=4 send=0502 drain=3000");
+    Socks5To(fake, "alice");
+    User user(SETUI_TITLE_SOCKS, "never sent", Answer::kCancel);
+    EXPECT_EQ(SOCKS_ConnectEx(s, "127.0.0.1", 80, nullptr, AF_INET), -1);
+    ASSERT_TRUE(user.Finish().found);
+    EXPECT_EQ(user.Finish().owner, nullptr);
+    EXPECT_EQ(SOCKS_ConnectCanceled(s), 1);
+    EXPECT_EQ(SOCKS_GetConnectError(s), 0u);
+    dxtest::Retire(s);
+    s = dxtest::MakeTcpSocket();
+    EXPECT_EQ(FakeReceived(id).bytes.size(), 4u);  // nothing behind the method selection
+}
+
+TEST_F(PromptTest, BlockingSocksTimeOutFromAnotherThreadEndsWith1460) {
+    FakeScript("read=4 send=0502 drain=3000");
+    Socks5To(fake, "alice");
+    User user(SETUI_TITLE_SOCKS, "", Answer::kHostTimesOut, SOCKS_ConnectTimeout, s);
+    EXPECT_EQ(SOCKS_ConnectEx(s, "127.0.0.1", 80, nullptr, AF_INET), -1);
+    ASSERT_TRUE(user.Finish().found);
+    EXPECT_EQ(SOCKS_GetConnectError(s), 1460u);
+    EXPECT_EQ(SOCKS_ConnectCanceled(s), 0);
+}
+
+TEST_F(PromptTest, NonBlockingSocksPromptRunsOnTheHiddenThreadAndMicrosocksTakesThePassword) {
+    ASSERT_EQ(SOCKS_Startup(nullptr, 0), 1);
+    dxtest::HostWindow host;
+    MakeNonBlocking();
+    ASSERT_EQ(SOCKS_WSAAsyncSelect(s, host.Handle(), dxtest::HostWindow::kSocketMessage, FD_CONNECT), 0);
+    Socks5To(dxtest::Loopback(dxtest::BenchPort("MICROSOCKS_AUTH_PORT")), "dxuser");
+    User user(SETUI_TITLE_SOCKS, "dxpass", Answer::kOk);
+    EXPECT_EQ(SOCKS_ConnectEx(s, "127.0.0.1", dxtest::BenchPort("ECHO_PORT"), nullptr, AF_INET), 0);
+    dxtest::PostedMessage message;
+    ASSERT_TRUE(host.AwaitEvent(s, FD_CONNECT, &message, 10000));
+    EXPECT_EQ(message.Error(), 0u);
+    const Seen& seen = user.Finish();
+    EXPECT_EQ(seen.user, "dxuser");
+    EXPECT_NE(seen.thread, GetCurrentThreadId());
+    ASSERT_TRUE(dxtest::SendAll(s, "through"));
+    EXPECT_EQ(host.ReceiveWhenReadable(s, 7), "through");
+    EXPECT_EQ(SOCKS_Cleanup(), 1);
+}
+
+TEST_F(PromptTest, NonBlockingSocksTimeOutPostsTheTimeOutCode) {
+    ASSERT_EQ(SOCKS_Startup(nullptr, 0), 1);
+    dxtest::HostWindow host;
+    FakeScript("read=4 send=0502 drain=5000");
+    MakeNonBlocking();
+    ASSERT_EQ(SOCKS_WSAAsyncSelect(s, host.Handle(), dxtest::HostWindow::kSocketMessage, FD_CONNECT), 0);
+    Socks5To(fake, "alice");
+    User user(SETUI_TITLE_SOCKS, "", Answer::kHostTimesOut, SOCKS_ConnectTimeout, s);
+    EXPECT_EQ(SOCKS_ConnectEx(s, "127.0.0.1", 80, nullptr, AF_INET), 0);
+    dxtest::PostedMessage message;
+    ASSERT_TRUE(host.AwaitEvent(s, FD_CONNECT, &message, 10000));
+    EXPECT_EQ(message.Error(), 1460u);
+    ASSERT_TRUE(user.Finish().found);
+    EXPECT_EQ(SOCKS_GetConnectError(s), 1460u);
+    EXPECT_EQ(SOCKS_ConnectCanceled(s), 0);
+    EXPECT_EQ(SOCKS_Cleanup(), 1);
+}
+
+TEST_F(PromptTest, BlockingHttpPromptGivesSquidItsPassword) {
+    sockaddr_in squid = dxtest::Loopback(dxtest::BenchPort("SQUID_AUTH_PORT"));
+    ASSERT_EQ(HTTP_SetProxy(s, &squid, sizeof squid, "dxuser", 1), 0);
+    User user(SETUI_TITLE_HTTP, "dxpass", Answer::kOk);
+    EXPECT_EQ(HTTP_ConnectEx(s, "127.0.0.1", dxtest::BenchPort("ECHO_PORT"), nullptr, AF_INET), 0);
+    EXPECT_EQ(user.Finish().user, "dxuser");
+    ASSERT_TRUE(dxtest::SendAll(s, "tunnel"));
+    EXPECT_EQ(dxtest::Receive(s, 6), "tunnel");
+}
+
+TEST_F(PromptTest, BlockingHttpPromptWithAnEmptyPasswordIsDeclined) {
+    int id = FakeScript("readhttp close");
+    ASSERT_EQ(HTTP_SetProxy(s, &fake, sizeof fake, "alice", 1), 0);
+    User user(SETUI_TITLE_HTTP, "", Answer::kOk);
+    EXPECT_EQ(HTTP_ConnectEx(s, "127.0.0.1", 4321, nullptr, AF_INET), -1);
+    EXPECT_EQ(WSAGetLastError(), 65534);
+    ASSERT_TRUE(user.Finish().found);
+    EXPECT_EQ(HTTP_ConnectCanceled(s), 1);
+    dxtest::Retire(s);
+    s = dxtest::MakeTcpSocket();
+    EXPECT_EQ(FakeReceived(id).bytes, "");
+}
+
+TEST_F(PromptTest, NonBlockingHttpTimeOutPostsMinusOneAndKeeps1460) {
+    ASSERT_EQ(HTTP_Startup(nullptr, 0), 1);
+    dxtest::HostWindow host;
+    FakeScript("readhttp drain=5000");
+    MakeNonBlocking();
+    ASSERT_EQ(HTTP_WSAAsyncSelect(s, host.Handle(), dxtest::HostWindow::kSocketMessage, FD_CONNECT), 0);
+    ASSERT_EQ(HTTP_SetProxy(s, &fake, sizeof fake, "alice", 1), 0);
+    User user(SETUI_TITLE_HTTP, "", Answer::kHostTimesOut, HTTP_ConnectTimeout, s);
+    EXPECT_EQ(HTTP_ConnectEx(s, "127.0.0.1", 4321, nullptr, AF_INET), 0);
+    dxtest::PostedMessage message;
+    ASSERT_TRUE(host.AwaitEvent(s, FD_CONNECT, &message, 10000));
+    // The step's -1 goes out as the error word; the field holds the time-out.
+    EXPECT_EQ(message.Error(), 0xFFFFu);
+    ASSERT_TRUE(user.Finish().found);
+    EXPECT_EQ(HTTP_GetConnectError(s), 1460u);
+    EXPECT_EQ(HTTP_ConnectCanceled(s), 0);
+    EXPECT_EQ(HTTP_Cleanup(), 1);
+}
+
+}  // namespace
+
+// Runs in a process of its own (see tests/CMakeLists.txt), since a family's clean-up may end the
+// hidden thread in the middle of the prompt. Our prompt is a modal dialog: the clean-up's close of
+// the hidden window ends its loop, the prompt counts as cancelled, and the thread ends in time.
+class PromptCleanupTest : public ::testing::TestWithParam<bool> {
+protected:
+    bool Http() const { return GetParam(); }
+};
+
+TEST_P(PromptCleanupTest, CleanupDuringThePromptCancelsItAndEndsTheThread) {
+    ASSERT_EQ(Http() ? HTTP_Startup(nullptr, 0) : SOCKS_Startup(nullptr, 0), 1);
+    dxtest::HostWindow host;
+    SOCKET s = dxtest::MakeTcpSocket();
+    dxtest::FakeReset();
+    sockaddr_in fake = dxtest::Loopback(dxtest::BenchPort("FAKE_PORT"));
+    if (Http()) {
+        FakeScript("readhttp drain=5000");
+        ASSERT_EQ(HTTP_WSAAsyncSelect(s, host.Handle(), dxtest::HostWindow::kSocketMessage, FD_CONNECT), 0);
+        ASSERT_EQ(HTTP_SetProxy(s, &fake, sizeof fake, "alice", 1), 0);
+        EXPECT_EQ(HTTP_ConnectEx(s, "127.0.0.1", 4321, nullptr, AF_INET), 0);
+    } else {
+        FakeScript("read=4 send=0502 drain=5000");
+        ASSERT_EQ(SOCKS_WSAAsyncSelect(s, host.Handle(), dxtest::HostWindow::kSocketMessage, FD_CONNECT), 0);
+        ASSERT_EQ(SOCKS_SetProxyEx(s, &fake, sizeof fake, "alice", 5), 0);
+        EXPECT_EQ(SOCKS_ConnectEx(s, "127.0.0.1", 4321, nullptr, AF_INET), 0);
+    }
+    HWND prompt = FindPrompt(Http() ? SETUI_TITLE_HTTP : SETUI_TITLE_SOCKS);
+    ASSERT_NE(prompt, nullptr);
+    ULONGLONG start = GetTickCount64();
+    EXPECT_EQ(Http() ? HTTP_Cleanup() : SOCKS_Cleanup(), 1);
+    EXPECT_LT(GetTickCount64() - start, 3000u);
+    dxtest::PostedMessage message;
+    ASSERT_TRUE(host.AwaitEvent(s, FD_CONNECT, &message, 3000));
+    EXPECT_EQ(message.Error(), 65534u);
+    EXPECT_FALSE(IsWindow(prompt));
+    EXPECT_EQ(Http() ? HTTP_ConnectCanceled(s) : SOCKS_ConnectCanceled(s), 1);
+}
+
+INSTANTIATE_TEST_SUITE_P(BothFamilies, PromptCleanupTest, ::testing::Bool());
