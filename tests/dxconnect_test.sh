@@ -18,6 +18,8 @@ relay -n -t socks5 -x "127.0.0.1:$MICROSOCKS_PORT"
 relay -t socks5 -u "$PROXY_USER" -p "$PROXY_PASS" -x "127.0.0.1:$MICROSOCKS_AUTH_PORT"
 relay -t http -x "127.0.0.1:$TINYPROXY_PORT"
 relay -n -t http -x "127.0.0.1:$SQUID_PORT"
+relay -t http -u "$PROXY_USER" -p "$PROXY_PASS" -x "127.0.0.1:$SQUID_AUTH_PORT"
+relay -n -t http -u "$PROXY_USER" -p "$PROXY_PASS" -x "127.0.0.1:$TINYPROXY_AUTH_PORT"
 
 set +e
 message=$(timeout 60 wine "$exe" -t socks4 -x "127.0.0.1:$DANTE_PORT" no-such-host.invalid 80 </dev/null 2>&1 >/dev/null)
@@ -37,4 +39,4 @@ case "$message" in
   *"WinSock error 65533"*) ;;
   *) echo "unexpected message: $message"; exit 1 ;;
 esac
-echo "dxconnect relayed ${#payload} bytes in seven modes and reported a failed lookup and a 407"
+echo "dxconnect relayed ${#payload} bytes in nine modes and reported a failed lookup and a 407"

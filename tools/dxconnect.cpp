@@ -30,9 +30,11 @@ const char kUsage[] =
     "Options:\n"
     "  -t TYPE        proxy type: socks4 (default), socks5 or http\n"
     "  -x HOST:PORT   proxy address (required); HOST is a dotted IPv4 address or a name\n"
-    "  -u USER        user id for the proxy (default empty)\n"
-    "  -p PASSWORD    password for a SOCKS 5 proxy that asks for one (the library asks\n"
-    "                 this program through its password callback)\n"
+    "  -u USER        user id for the proxy (default empty); with -t http, -u or -p turns on\n"
+    "                 Basic authentication\n"
+    "  -p PASSWORD    password for a proxy that asks for one (the library asks this program\n"
+    "                 through its password callback); without -p, the password prompt of\n"
+    "                 pxmSetUI.dll beside DXSOCKS.DLL asks the user\n"
     "  -v             print every library log line to standard error\n"
     "  -n             non-blocking mode: the handshake runs on the library's hidden thread and\n"
     "                 its outcome arrives at this program's window as FD_CONNECT\n"
@@ -215,7 +217,8 @@ const Family &FamilyOf(const Options &o) { return o.type == ProxyType::Http ? kH
 int SetProxy(SOCKET s, const Options &o, const sockaddr_in &proxy) {
     const int length = static_cast<int>(sizeof proxy);
     switch (o.type) {
-        case ProxyType::Http: return HTTP_SetProxy(s, &proxy, length, o.user.c_str(), 0);
+        case ProxyType::Http:
+            return HTTP_SetProxy(s, &proxy, length, o.user.c_str(), !o.user.empty() || o.havePassword ? 1 : 0);
         case ProxyType::Socks5: return SOCKS_SetProxyEx(s, &proxy, length, o.user.c_str(), 5);
         default: return SOCKS_SetProxyEx(s, &proxy, length, o.user.c_str(), 4);
     }
@@ -432,7 +435,10 @@ int main(int argc, char **argv) {
         return kExitSetup;
     }
     if (o.verbose) SOCKS_SetLoggingCallbackEx(stderr, LogToStream);
-    if (o.havePassword) SOCKS_SetPasswordCallback(&o, GivePassword);
+    if (o.havePassword) {
+        SOCKS_SetPasswordCallback(&o, GivePassword);
+        HTTP_SetPasswordCallback(&o, GivePassword);
+    }
     const int status = ConnectAndRelay(o, connector);
     if (o.verbose) SOCKS_SetLoggingCallbackEx(nullptr, nullptr);
     WSACleanup();

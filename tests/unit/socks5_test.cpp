@@ -5,6 +5,7 @@
 
 #include "bench.h"
 #include "log_capture.h"
+#include "socks_api.h"
 #include "socks_socket.h"
 
 namespace {
@@ -165,6 +166,32 @@ TEST_F(Socks5StepTest, SilentProxyInTheConnectReplyStateIsPeekedThreeTimes) {
     DWORD start = GetTickCount();
     EXPECT_EQ(object->ProcessState(), WSAEWOULDBLOCK);
     EXPECT_GE(GetTickCount() - start, 2500u);
+    EXPECT_EQ(object->state, kFinished);
+    EXPECT_EQ(object->lastError, 10061);
+}
+
+
+int GivePassword(void*, wchar_t* password, int, const wchar_t*, const wchar_t*) {
+    lstrcpyW(password, L"pw");
+    return 1;
+}
+
+TEST_F(Socks5StepTest, SilentProxyInThePasswordStatusStateIsPeekedTwice) {
+    SOCKS_SetPasswordCallback(nullptr, GivePassword);
+    FakeScript("read=3 send=0502 read=5 holdrecv=5000 close");
+    ConnectToFake();
+    object->state = kConnected;
+    ASSERT_EQ(object->ProcessState(), 0);
+    ASSERT_EQ(object->ProcessState(), 0);
+    SOCKS_SetPasswordCallback(nullptr, nullptr);
+    ASSERT_EQ(object->state, kAwaitPasswordStatus);
+    MakeNonBlocking();
+    DWORD start = GetTickCount();
+    EXPECT_EQ(object->ProcessState(), WSAEWOULDBLOCK);
+    DWORD elapsed = GetTickCount() - start;
+    // Two peeks of a hundred 10 ms tries each, not the connect reply's three.
+    EXPECT_GE(elapsed, 1500u);
+    EXPECT_LT(elapsed, 2950u);
     EXPECT_EQ(object->state, kFinished);
     EXPECT_EQ(object->lastError, 10061);
 }
