@@ -8,6 +8,7 @@
 #include <thread>
 
 #include "companion_support.h"
+#include "prompt_window.h"
 #include "setui_ids.h"
 #include "suite_entries.h"
 
@@ -26,48 +27,10 @@ struct Seen {
     bool forcedClose = false;  // the prompt did not end by itself and was cancelled
 };
 
-struct FindRequest {
-    const char* title;
-    HWND found;
-};
-
-BOOL CALLBACK MatchPrompt(HWND window, LPARAM context) {
-    auto* request = reinterpret_cast<FindRequest*>(context);
-    char className[32] = {};
-    char title[128] = {};
-    GetClassNameA(window, className, sizeof className);
-    GetWindowTextA(window, title, sizeof title);
-    if (lstrcmpA(className, SETUI_PROMPT_CLASS) == 0 && lstrcmpA(title, request->title) == 0) {
-        request->found = window;
-        return FALSE;
-    }
-    return TRUE;
-}
-
-// The prompt with `title` among the windows of `thread`, waiting at most `timeoutMs`.
-HWND FindPrompt(DWORD thread, const char* title, int timeoutMs = 5000) {
-    for (int waited = 0; waited <= timeoutMs; waited += 10) {
-        FindRequest request = {title, nullptr};
-        EnumThreadWindows(thread, MatchPrompt, reinterpret_cast<LPARAM>(&request));
-        if (request.found != nullptr && IsWindowVisible(request.found)) return request.found;
-        Sleep(10);
-    }
-    return nullptr;
-}
-
-std::string ItemText(HWND dialog, int id) {
-    char text[512] = {};
-    GetDlgItemTextA(dialog, id, text, sizeof text);
-    return text;
-}
-
-// Typed as a user types: one WM_CHAR per character, so that the edit's limit applies.
-void Type(HWND dialog, const std::string& text) {
-    HWND edit = GetDlgItem(dialog, SETUI_IDC_PASSWORD);
-    for (char c : text) SendMessageA(edit, WM_CHAR, static_cast<unsigned char>(c), 1);
-}
-
-void Press(HWND dialog, int button) { PostMessageA(GetDlgItem(dialog, button), BM_CLICK, 0, 0); }
+using dxtest::FindPrompt;
+using dxtest::ItemText;
+using dxtest::Press;
+using dxtest::Type;
 
 std::string Repeat(const std::string& piece, size_t length) {
     std::string text;

@@ -10,6 +10,7 @@
 #include "bench.h"
 #include "host_window.h"
 #include "http_api.h"
+#include "prompt_window.h"
 #include "setui_ids.h"
 #include "socks_api.h"
 
@@ -18,21 +19,9 @@ namespace {
 using dxtest::FakeReceived;
 using dxtest::FakeScript;
 
-// The open prompt with `title`, waiting at most `timeoutMs`.
-HWND FindPrompt(const char* title, int timeoutMs = 8000) {
-    for (int waited = 0; waited <= timeoutMs; waited += 10) {
-        HWND found = FindWindowA(SETUI_PROMPT_CLASS, title);
-        if (found != nullptr && IsWindowVisible(found)) return found;
-        Sleep(10);
-    }
-    return nullptr;
-}
+using dxtest::ItemText;
 
-std::string ItemText(HWND dialog, int id) {
-    char text[512] = {};
-    GetDlgItemTextA(dialog, id, text, sizeof text);
-    return text;
-}
+HWND FindPrompt(const char* title) { return dxtest::FindPrompt(0, title); }
 
 // What the user saw and did.
 struct Seen {
@@ -58,11 +47,10 @@ public:
               seen_.address = ItemText(dialog, SETUI_IDC_ADDRESS);
               seen_.owner = GetWindow(dialog, GW_OWNER);
               seen_.thread = GetWindowThreadProcessId(dialog, nullptr);
-              HWND edit = GetDlgItem(dialog, SETUI_IDC_PASSWORD);
-              for (char c : typed) SendMessageA(edit, WM_CHAR, static_cast<unsigned char>(c), 1);
+              dxtest::Type(dialog, typed);
               switch (answer) {
-                  case Answer::kOk: PostMessageA(GetDlgItem(dialog, IDOK), BM_CLICK, 0, 0); break;
-                  case Answer::kCancel: PostMessageA(GetDlgItem(dialog, IDCANCEL), BM_CLICK, 0, 0); break;
+                  case Answer::kOk: dxtest::Press(dialog, IDOK); break;
+                  case Answer::kCancel: dxtest::Press(dialog, IDCANCEL); break;
                   case Answer::kHostTimesOut: connectTimeout(s); break;
               }
           }) {}
