@@ -111,7 +111,8 @@ uint8_t Socks4Code(Rng& rng) {
 
 constexpr int kSocks4Offsets = 9;  // a valid reply cut before each of its 8 bytes, and whole
 
-void MakeSocks4(Case& c, Rng& rng) {
+// Each Make* fills a case; a case of the systematic offsets reports its offset, the others -1.
+int MakeSocks4(Case& c, Rng& rng) {
     c.host = Host(rng, false);
     c.port = static_cast<uint16_t>(rng.Between(1, 65535));
     c.user = rng.Chance(15) ? rng.Word(rng.Between(100, 400)) : rng.Word(rng.Below(17));
@@ -123,7 +124,7 @@ void MakeSocks4(Case& c, Rng& rng) {
         c.ending = c.index % 2 == 0 ? Ending::kFin : Ending::kHold;
         answer.chunks.push_back(Now(valid.substr(0, static_cast<size_t>(k))));
         c.answers.push_back(answer);
-        return;
+        return k;
     }
     c.ending = rng.Chance(50) ? Ending::kFin : Ending::kHold;
     // End-of-stream in a short reply loops for ever in a blocking connect; such cases are costly
@@ -175,6 +176,7 @@ void MakeSocks4(Case& c, Rng& rng) {
             break;
     }
     c.answers.push_back(answer);
+    return -1;
 }
 
 // ---- SOCKS 5 ----
@@ -218,7 +220,7 @@ uint8_t Method(Rng& rng) {
 constexpr int kSocks5PlainOffsets = 13;
 constexpr int kSocks5PasswordOffsets = 15;
 
-void MakeSocks5(Case& c, Rng& rng) {
+int MakeSocks5(Case& c, Rng& rng) {
     c.host = Host(rng, true);
     c.port = static_cast<uint16_t>(rng.Between(1, 65535));
     c.user = rng.Chance(50) ? std::string() : rng.Word(rng.Between(1, 20));
@@ -250,7 +252,7 @@ void MakeSocks5(Case& c, Rng& rng) {
             left -= n;
         }
         c.answers = {method, status, reply};
-        return;
+        return k;
     }
 
     c.ending = rng.Chance(50) ? Ending::kFin : Ending::kHold;
@@ -340,6 +342,7 @@ void MakeSocks5(Case& c, Rng& rng) {
         }
     }
     c.answers = {method, status, reply};
+    return -1;
 }
 
 // ---- HTTP ----
@@ -386,7 +389,7 @@ Bytes StatusLine(Rng& rng) {
 constexpr char kHttpValid[] = "HTTP/1.1 200 OK\r\n\r\n";
 constexpr int kHttpOffsets = sizeof kHttpValid;  // cut before each byte, and whole
 
-void MakeHttp(Case& c, Rng& rng) {
+int MakeHttp(Case& c, Rng& rng) {
     c.host = Host(rng, true);
     c.port = static_cast<uint16_t>(rng.Between(1, 65535));
     c.user = rng.Word(rng.Below(13));
@@ -397,7 +400,7 @@ void MakeHttp(Case& c, Rng& rng) {
         c.ending = c.index % 2 == 0 ? Ending::kFin : Ending::kHold;
         answer.chunks.push_back(Now(Bytes(kHttpValid).substr(0, static_cast<size_t>(k))));
         c.answers.push_back(answer);
-        return;
+        return k;
     }
     c.ending = rng.Chance(50) ? Ending::kFin : Ending::kHold;
     Bytes reply;
@@ -468,6 +471,7 @@ void MakeHttp(Case& c, Rng& rng) {
             break;
     }
     c.answers.push_back(answer);
+    return -1;
 }
 
 }  // namespace
@@ -494,11 +498,14 @@ Case GenerateCase(Family family, uint64_t seed, int index) {
     c.family = family;
     c.index = index;
     bool nonBlocking = rng.Chance(30);
+    int offset = -1;
     switch (family) {
-        case Family::kSocks4: MakeSocks4(c, rng); break;
-        case Family::kSocks5: MakeSocks5(c, rng); break;
-        case Family::kHttp: MakeHttp(c, rng); break;
+        case Family::kSocks4: offset = MakeSocks4(c, rng); break;
+        case Family::kSocks5: offset = MakeSocks5(c, rng); break;
+        case Family::kHttp: offset = MakeHttp(c, rng); break;
     }
+    // Every third offset runs non-blocking, with both endings.
+    if (offset >= 0) nonBlocking = offset % 3 == 0;
     if (nonBlocking) {
         c.mode = Mode::kNonBlocking;
         // A case that would take the hidden thread for ever, or hold it long after the proxy is
