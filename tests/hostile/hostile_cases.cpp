@@ -511,7 +511,9 @@ Case GenerateCase(Family family, uint64_t seed, int index) {
         // A case that would take the hidden thread for ever, or hold it long after the proxy is
         // done, runs blocking instead.
         Prediction p = Predict(c);
-        if (p.stall == Stall::kHiddenThreadSpins || p.quietTries > 2 * kTries) c.mode = Mode::kBlocking;
+        bool spins = p.stall == Stall::kHiddenThreadSpins;
+        for (const Prediction& other : p.also) spins = spins || other.stall == Stall::kHiddenThreadSpins;
+        if (spins || p.quietTries > 2 * kTries) c.mode = Mode::kBlocking;
     }
     return c;
 }

@@ -91,6 +91,9 @@ struct Prediction {
     bool checkHostData = false;  // success and end-of-stream: the host reads the rest to the end
     Bytes hostData;
 
+    // The outcome if end-of-stream also raises FD_READ, where that differs (Wine does so at times).
+    std::vector<Prediction> also;
+
     std::string script;  // the fake proxy's steps
     int scriptMs = 0;    // the proxy's pauses, all together
     int retryTries = 0;  // tries of the retry loops that the outcome waits out (non-blocking)

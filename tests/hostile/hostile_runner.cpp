@@ -151,8 +151,8 @@ void EmitOutcome(const Running& run, int result, int code, int lastError, unsign
 }
 
 // After success and the proxy's end-of-stream, the rest of the stream is the host's.
-void EmitHostData(const Running& run) {
-    if (!run.p.checkHostData) return;
+void EmitHostData(const Running& run, bool succeeded) {
+    if (!succeeded || run.c.ending != Ending::kFin) return;
     std::string data = dxtest::Receive(run.s, 1 << 20, 3000);
     Emit("HOST " + std::to_string(run.c.index) + " " + (data.empty() ? std::string("-") : Hex(data)));
 }
@@ -173,7 +173,7 @@ DWORD WINAPI RunBlocking(void* parameter) {
     DWORD elapsed = GetTickCount() - start;
     EmitAsked(run);
     EmitOutcome(run, result, LoggedCode(), lastError, 0, elapsed);
-    EmitHostData(run);
+    EmitHostData(run, result == 0);
     // Ends the proxy's script; the handle stays open, so no later socket of this child gets it.
     shutdown(run.s, SD_BOTH);
     return 0;
@@ -247,8 +247,11 @@ int RunNonBlockingLane(std::vector<std::unique_ptr<Running>>& runs, const sockad
         if (selected != 0) return 1;
         g_nonBlockingRunning = &run;
         const Prediction& p = run.p;
-        int bound = p.outcome != Outcome::kNone ? p.scriptMs + p.retryTries * 16 + 2500
-                                                : p.scriptMs + p.quietTries * 16 + 1500;
+        int bound = 0;
+        for (const Prediction* q : {&p, p.also.empty() ? &p : &p.also.front()}) {
+            bound = std::max(bound, q->outcome != Outcome::kNone ? q->scriptMs + q->retryTries * 16 + 2500
+                                                                 : q->scriptMs + q->quietTries * 16 + 1500);
+        }
         // A handle closed by an earlier case may come back: only this case's messages count.
         const size_t first = host.Messages().size();
         auto messages = [&] {
@@ -265,7 +268,7 @@ int RunNonBlockingLane(std::vector<std::unique_ptr<Running>>& runs, const sockad
         DWORD elapsed = GetTickCount() - start;
         if (posted) {
             EmitOutcome(run, result, code, 0, messages().front().Error(), elapsed);
-            EmitHostData(run);
+            EmitHostData(run, messages().front().Error() == 0);
         }
         if (posted && p.eventLoop) {
             // Once the proxy's bytes are all in, count the hidden thread's events for the socket;

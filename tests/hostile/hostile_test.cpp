@@ -266,6 +266,8 @@ void RunFamily(Family family) {
 
     std::map<std::string, int> classes;
     int failures = 0;
+    int eofCases = 0;
+    int eofStepped = 0;
     for (size_t i = 0; i < cases.size(); ++i) {
         const Case& c = cases[i];
         const Prediction& p = predictions[i];
@@ -283,13 +285,24 @@ void RunFamily(Family family) {
         if (found == run.observed.end() || o.scriptId == 0) {
             wrong.push_back("the case never ran");
         } else {
-            wrong = Compare(c, p, o, dxtest::FakeReceived(o.scriptId, 6000));
+            dxtest::FakeLog log = dxtest::FakeReceived(o.scriptId, 6000);
+            wrong = Compare(c, p, o, log);
+            // Where Wine's FD_READ at end-of-stream would change the outcome, either is right.
+            for (const Prediction& other : p.also) {
+                if (!wrong.empty() && Compare(c, other, o, log).empty()) {
+                    wrong.clear();
+                    ++eofStepped;
+                }
+            }
+            if (!p.also.empty()) ++eofCases;
         }
         if (wrong.empty()) continue;
         if (++failures > 25) continue;
         std::string list;
         for (const std::string& w : wrong) list += "\n    - " + w;
-        ADD_FAILURE() << Describe(c) << "\n  script:    " << p.script << "\n  predicted: " << Show(p, c.mode)
+        std::string also;
+        for (const Prediction& other : p.also) also += "\n  or, with FD_READ at end-of-stream: " + Show(other, c.mode);
+        ADD_FAILURE() << Describe(c) << "\n  script:    " << p.script << "\n  predicted: " << Show(p, c.mode) << also
                       << "\n  observed:  " << Show(o, c.mode) << "\n  wrong:" << list
                       << "\n  replay:    DXTEST_HOSTILE_SEED=" << seed << " DXTEST_HOSTILE_ONLY=" << FamilyName(family)
                       << ":" << c.index;
@@ -299,6 +312,10 @@ void RunFamily(Family family) {
     std::printf("[ hostile  ] %s: %zu cases in %zu children, %.1f s\n", FamilyName(family), cases.size(),
                 batches.size(), seconds);
     for (const auto& [name, n] : classes) std::printf("[ hostile  ]   %4d %s\n", n, name.c_str());
+    if (eofCases > 0) {
+        std::printf("[ hostile  ]   %d of %d cases that end-of-stream's FD_READ would change took that step\n", eofStepped,
+                    eofCases);
+    }
 }
 
 TEST(HostileProxy, Socks4) { RunFamily(Family::kSocks4); }
