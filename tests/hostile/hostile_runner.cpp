@@ -157,6 +157,13 @@ void EmitHostData(const Running& run, bool succeeded) {
     Emit("HOST " + std::to_string(run.c.index) + " " + (data.empty() ? std::string("-") : Hex(data)));
 }
 
+// Lets the proxy play its script to the end, so that it takes in every byte the client sent: a
+// close with bytes unread would reset the connection, and the proxy would lose what it hadn't read.
+void AwaitProxyEnd(const Running& run) {
+    shutdown(run.s, SD_SEND);
+    dxtest::Receive(run.s, 1 << 20, 8000);
+}
+
 void EmitAsked(const Running& run) {
     Emit("ASKED " + std::to_string(run.c.index) + " " + std::to_string(run.asked.load()) + " " +
          (run.askedRight ? "1" : "0"));
@@ -174,8 +181,8 @@ DWORD WINAPI RunBlocking(void* parameter) {
     EmitAsked(run);
     EmitOutcome(run, result, LoggedCode(), lastError, 0, elapsed);
     EmitHostData(run, result == 0);
-    // Ends the proxy's script; the handle stays open, so no later socket of this child gets it.
-    shutdown(run.s, SD_BOTH);
+    // The handle stays open, so no later socket of this child gets it.
+    AwaitProxyEnd(run);
     return 0;
 }
 
@@ -282,6 +289,7 @@ int RunNonBlockingLane(std::vector<std::unique_ptr<Running>>& runs, const sockad
             while (recv(run.s, sink, sizeof sink, 0) > 0) {
             }
         }
+        if (posted) AwaitProxyEnd(run);
         bool idle = AwaitHiddenThreadIdle(run.c.family, run.s, host);
         host.PumpFor(0);
         EmitAsked(run);
