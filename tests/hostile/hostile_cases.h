@@ -64,9 +64,11 @@ constexpr int kLeft = -2;
 // thread's wake-up, so that each segment is read before the next arrives; far below the library's
 // retry windows of about one second, so that a non-blocking step sees every segment of its answer.
 constexpr int kGapMs = 120;
-// Retry loops: 100 tries, 10 ms apart, per counted read or peek.
+// Retry loops: 100 tries, 10 ms apart, per counted read or peek. A try takes a little more than
+// 10 ms under Wine (100 take about 1.06 s); 16 ms allows for a loaded machine.
 constexpr int kTries = 100;
 constexpr int kTryMs = 10;
+constexpr int kTryBoundMs = 16;
 
 struct Prediction {
     Outcome outcome = Outcome::kNone;
@@ -99,6 +101,10 @@ struct Prediction {
     int retryTries = 0;  // tries of the retry loops that the outcome waits out (non-blocking)
     int quietTries = 0;  // no outcome: tries the hidden thread may still spend after the proxy's last act
 };
+
+// Non-blocking: by when FD_CONNECT must be posted, from the connect on; or, with no outcome
+// predicted, how long nothing may be posted before the case is ended.
+int NonBlockingBoundMs(const Prediction& p);
 
 const char* FamilyName(Family family);
 Family FamilyFromName(const std::string& name);

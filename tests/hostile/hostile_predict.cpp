@@ -531,6 +531,11 @@ bool SameOutcome(const Prediction& a, const Prediction& b) {
 
 }  // namespace
 
+int NonBlockingBoundMs(const Prediction& p) {
+    if (p.outcome != Outcome::kNone) return p.scriptMs + p.retryTries * kTryBoundMs + 2500;
+    return p.scriptMs + p.quietTries * kTryBoundMs + 1500;
+}
+
 Prediction Predict(const Case& c) {
     Prediction p = Play(c, false);
     if (c.mode == Mode::kNonBlocking && c.ending == Ending::kFin) {

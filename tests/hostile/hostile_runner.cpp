@@ -127,6 +127,7 @@ bool Prepare(Running& run, const sockaddr_in& fake) {
     int set = run.c.family == Family::kHttp
                   ? HTTP_SetProxy(run.s, &fake, sizeof fake, run.c.user.c_str(), run.c.authenticate ? 1 : 0)
                   : SOCKS_SetProxyEx(run.s, &fake, sizeof fake, run.c.user.c_str(), run.c.family == Family::kSocks4 ? 4 : 5);
+    if (set != 0) Emit("BROKEN " + std::to_string(run.c.index) + " no object for the socket");
     return set == 0;
 }
 
@@ -254,11 +255,8 @@ int RunNonBlockingLane(std::vector<std::unique_ptr<Running>>& runs, const sockad
         if (selected != 0) return 1;
         g_nonBlockingRunning = &run;
         const Prediction& p = run.p;
-        int bound = 0;
-        for (const Prediction* q : {&p, p.also.empty() ? &p : &p.also.front()}) {
-            bound = std::max(bound, q->outcome != Outcome::kNone ? q->scriptMs + q->retryTries * 16 + 2500
-                                                                 : q->scriptMs + q->quietTries * 16 + 1500);
-        }
+        int bound = NonBlockingBoundMs(p);
+        for (const Prediction& other : p.also) bound = std::max(bound, NonBlockingBoundMs(other));
         // A handle closed by an earlier case may come back: only this case's messages count.
         const size_t first = host.Messages().size();
         auto messages = [&] {
