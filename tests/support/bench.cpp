@@ -136,6 +136,10 @@ int FakeScript(const std::string& steps) {
     return std::stoi(answer.substr(3));
 }
 
+int FakeScriptFor(uint16_t clientPort, const std::string& steps) {
+    return FakeScript("for=" + std::to_string(clientPort) + " " + steps);
+}
+
 FakeLog FakeReceived(int id, int timeoutMs) {
     std::string answer = Control("LOG " + std::to_string(id) + " " + std::to_string(timeoutMs));
     std::istringstream words(answer);

@@ -28,13 +28,16 @@ std::string Receive(SOCKET s, size_t count, int timeoutMs = 5000);
 std::string Hex(const std::string& bytes);
 std::string Unhex(const std::string& hex);
 
-// Scripted fake proxy. A script serves the next connection that arrives at FAKE_PORT.
-// Steps: read=N readz readhttp send=HEX sleep=MS close rst echo drain=MS holdrecv=MS.
+// Scripted fake proxy. A script serves the next connection that arrives at FAKE_PORT, or, made with
+// FakeScriptFor, the connection from that client port.
+// Steps: read=N readz readhttp send=HEX sleep=MS close rst echo drain=MS holdrecv=MS
+// fin=MS (end-of-stream to the client, then take in what it still sends for up to MS).
 struct FakeLog {
     std::string status;  // "done", "open" or "pending"
     std::string bytes;   // everything the fake proxy received on that connection
 };
 int FakeScript(const std::string& steps);
+int FakeScriptFor(uint16_t clientPort, const std::string& steps);
 FakeLog FakeReceived(int id, int timeoutMs = 5000);
 void FakeReset();
 
