@@ -211,12 +211,6 @@ std::string FasterHttpProxy(const dxbench::BenchFile& bench, uint16_t echoPort, 
     return best;
 }
 
-std::string Fixed(double value, int digits) {
-    char text[32];
-    std::snprintf(text, sizeof text, "%.*f", digits, value);
-    return text;
-}
-
 struct Measured {
     std::vector<double> library, hand;
     dxbench::SleepCounts sleeps;
@@ -322,7 +316,7 @@ std::string Notes(const Breakdown& breakdown) {
         if (count == 0) continue;
         std::string name = dxbench::ImportProfile::Name(i);
         if (name == "wvsprintfA") name = "log lines (first pass)";
-        text += " " + name + " " + Fixed(count, count == static_cast<long>(count) ? 0 : 1) + "x " +
+        text += " " + name + " " + dxbench::Fixed(count, count == static_cast<long>(count) ? 0 : 1) + "x " +
                 dxbench::FormatNs(dxbench::Summarize(ns).median) + ",";
     }
     return text + " outside these calls (own code) " + dxbench::FormatNs(MedianOutside(breakdown));
@@ -338,7 +332,7 @@ std::string Extra(const Breakdown& library, const Breakdown& hand) {
         std::string name = dxbench::ImportProfile::Name(i);
         if (name == "wvsprintfA") name = "log lines (first pass)";
         double ns = MedianCalls(library, i, true) - MedianCalls(hand, i, true);
-        text += name + " +" + Fixed(more, 0) + " (" + (ns >= 0 ? "+" : "") + dxbench::FormatNs(ns) + "), ";
+        text += name + " +" + dxbench::Fixed(more, 0) + " (" + (ns >= 0 ? "+" : "") + dxbench::FormatNs(ns) + "), ";
     }
     double own = MedianOutside(library) - MedianOutside(hand);
     return text + "own code " + (own >= 0 ? "+" : "") + dxbench::FormatNs(own);
@@ -409,8 +403,8 @@ int main(int argc, char** argv) {
                                  " connects";
             std::string where = "via " + target.proxyName;
             table.Add("connect", target.name + " library", library.count, library.median, library.p99,
-                      where + "; ratio library/hand-written " + Fixed(ratio, 3) + " (95% interval " + Fixed(low, 3) +
-                          " to " + Fixed(high, 3) + ", target at most 1.10: " + (ratio <= 1.10 ? "met" : "missed") +
+                      where + "; ratio library/hand-written " + dxbench::Fixed(ratio, 3) + " (95% interval " + dxbench::Fixed(low, 3) +
+                          " to " + dxbench::Fixed(high, 3) + ", target at most 1.10: " + (ratio <= 1.10 ? "met" : "missed") +
                           "); " + sleeps);
             table.Add("connect", target.name + " hand-written", hand.count, hand.median, hand.p99, where);
         }

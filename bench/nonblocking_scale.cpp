@@ -231,12 +231,6 @@ double HandConcurrentRound(const Bench& bench) {
     return elapsed;
 }
 
-std::string Fixed(double value, int digits) {
-    char text[32];
-    std::snprintf(text, sizeof text, "%.*f", digits, value);
-    return text;
-}
-
 }  // namespace
 
 int main(int argc, char** argv) {
@@ -294,8 +288,8 @@ int main(int argc, char** argv) {
         table.Add("non-blocking scale", sockets + " SOCKS 5 at once, until last FD_CONNECT", together.count,
                   together.median, together.p99,
                   "rounds of " + sockets + " via danted, one hidden thread; " +
-                      Fixed(together.median / oneByOne.median, 3) + " of the sequential time, " +
-                      Fixed(together.median / hand.median, 3) + " of the hand-written one's; retry sleeps " +
+                      dxbench::Fixed(together.median / oneByOne.median, 3) + " of the sequential time, " +
+                      dxbench::Fixed(together.median / hand.median, 3) + " of the hand-written one's; retry sleeps " +
                       std::to_string(sleeps.tenMs) + "x10ms, " + std::to_string(sleeps.zero) + "x0ms in all rounds");
         table.Add("non-blocking scale", sockets + " SOCKS 5 blocking, one after another", oneByOne.count,
                   oneByOne.median, oneByOne.p99,
@@ -310,13 +304,13 @@ int main(int argc, char** argv) {
                 if (calls.calls[i] == 0) continue;
                 std::string name = dxbench::ImportProfile::Name(i);
                 if (name == "wvsprintfA") name = "log lines";
-                notes += " " + name + " " + Fixed(static_cast<double>(calls.calls[i]) / handshakes, 1) + "x " +
+                notes += " " + name + " " + dxbench::Fixed(static_cast<double>(calls.calls[i]) / handshakes, 1) + "x " +
                          dxbench::FormatNs(static_cast<double>(calls.ns[i]) / handshakes) + " (" +
-                         Fixed(static_cast<double>(hiddenCalls.calls[i]) / handshakes, 1) + "x " +
+                         dxbench::Fixed(static_cast<double>(hiddenCalls.calls[i]) / handshakes, 1) + "x " +
                          dxbench::FormatNs(static_cast<double>(hiddenCalls.ns[i]) / handshakes) + "),";
             }
             double hiddenShare = static_cast<double>(hiddenCalls.TotalNs()) / (rounds.mean * profiled);
-            notes += " the hidden thread spent " + Fixed(100 * hiddenShare, 0) + "% of the rounds in these calls";
+            notes += " the hidden thread spent " + dxbench::Fixed(100 * hiddenShare, 0) + "% of the rounds in these calls";
             table.Add("non-blocking scale", sockets + " SOCKS 5 at once, calls timed", rounds.count, rounds.median,
                       rounds.p99, notes);
         }

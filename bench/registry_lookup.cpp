@@ -59,12 +59,6 @@ std::vector<int> ParseCounts(const std::string& text) {
     return counts;
 }
 
-std::string Fixed(double value, int digits) {
-    char text[32];
-    std::snprintf(text, sizeof text, "%.*f", digits, value);
-    return text;
-}
-
 }  // namespace
 
 int main(int argc, char** argv) {
@@ -100,10 +94,10 @@ int main(int argc, char** argv) {
             Timing timing{TimeLookups(manager, present, batchMs, batches), TimeLookups(manager, absent, batchMs, batches)};
             table.Add("registry lookup", std::to_string(count) + " sockets, managed socket", timing.hit.count,
                       timing.hit.median, timing.hit.p99,
-                      Fixed(timing.hit.median / count, 2) + " ns per lookup per managed socket");
+                      dxbench::Fixed(timing.hit.median / count, 2) + " ns per lookup per managed socket");
             table.Add("registry lookup", std::to_string(count) + " sockets, unmanaged socket", timing.miss.count,
                       timing.miss.median, timing.miss.p99,
-                      Fixed(timing.miss.median / count, 2) + " ns per lookup per managed socket (whole walk)");
+                      dxbench::Fixed(timing.miss.median / count, 2) + " ns per lookup per managed socket (whole walk)");
             line.emplace_back(count, timing.miss.median);
         }
         // Least squares over the whole walks: the cost of one more managed socket, and the fixed part.
@@ -121,10 +115,10 @@ int main(int argc, char** argv) {
             for (size_t i = 1; i < line.size(); ++i) {
                 double added = (line[i].second - line[i - 1].second) / (line[i].first - line[i - 1].first);
                 steps += (i > 1 ? ", " : "") + std::to_string(line[i - 1].first) + " to " +
-                         std::to_string(line[i].first) + ": " + Fixed(added, 2) + " ns";
+                         std::to_string(line[i].first) + ": " + dxbench::Fixed(added, 2) + " ns";
             }
             table.Add("registry lookup", "line through the whole walks", line.size(), slope, dxbench::kNoValue,
-                      "least squares: time = " + Fixed(intercept, 1) + " ns + " + Fixed(slope, 2) +
+                      "least squares: time = " + dxbench::Fixed(intercept, 1) + " ns + " + dxbench::Fixed(slope, 2) +
                           " ns x managed sockets (Median column: the slope); per socket added, " + steps);
         }
         return table.Print() ? 0 : 1;

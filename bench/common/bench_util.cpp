@@ -99,6 +99,12 @@ Summary Summarize(std::vector<double> samples) {
     return summary;
 }
 
+std::string Fixed(double value, int digits) {
+    char text[32];
+    std::snprintf(text, sizeof text, "%.*f", digits, value);
+    return text;
+}
+
 std::string FormatNs(double ns) {
     if (std::isnan(ns)) return "-";
     char text[32];

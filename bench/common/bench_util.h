@@ -56,6 +56,8 @@ constexpr double kNoValue = __builtin_nan("");
 
 // "812 ns", "41.3 us", "1.27 ms", "2.10 s"; "-" for kNoValue.
 std::string FormatNs(double ns);
+// `value` with `digits` digits behind the point.
+std::string Fixed(double value, int digits);
 
 // The one table layout every program prints: | Benchmark | Case | N | Median | p99 | Notes |.
 // With --rows=PATH the same rows are appended to PATH as tab-separated values (times in ns), so
