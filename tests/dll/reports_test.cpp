@@ -86,6 +86,33 @@ TEST_F(ReportsTest, HttpConnectReportsTheProxyAndTheTarget) {
     EXPECT_EQ(Reports(capture.Lines()), expected);
 }
 
+TEST_F(ReportsTest, DirectConnectWithoutAProxyReportsTheTarget) {
+    // The fake proxy stands as the destination: a zero proxy address means no proxy.
+    FakeScript("readhttp send=" + dxtest::Hex("HTTP/1.1 200 OK\r\n\r\n") + " drain=2000");
+    sockaddr_in none = {};
+    ASSERT_EQ(HTTP_SetProxy(s, &none, sizeof none, "", 0), 0);
+    dxtest::LogCapture capture;
+    EXPECT_EQ(HTTP_ConnectEx(s, "127.0.0.1", static_cast<unsigned>(FakePort()), nullptr, AF_INET), 0);
+    std::vector<std::string> expected = {Report(1002, "127.0.0.1", FakePort(), S()),
+                                         Report(2000, "127.0.0.1", FakePort(), S())};
+    EXPECT_EQ(Reports(capture.Lines()), expected);
+}
+
+TEST_F(ReportsTest, BindReportsItsOwnRequest) {
+    ASSERT_EQ(HTTP_Startup(nullptr, 0), 1);
+    FakeScript("readhttp send=" + dxtest::Hex("HTTP/1.1 200 OK\r\n\r\n") + " drain=2000");
+    u_long on = 1;  // through the library, which then runs the exchange on its hidden thread
+    ASSERT_EQ(HTTP_ioctlsocket(s, FIONBIO, &on), 0);
+    ASSERT_EQ(HTTP_SetProxy(s, &fake, sizeof fake, "", 0), 0);
+    dxtest::LogCapture capture;
+    EXPECT_EQ(HTTP_BindEx(s, "127.0.0.1", 4321, nullptr, AF_INET), 0);
+    std::vector<std::string> expected = {Report(1003, "127.0.0.1", FakePort(), S()),
+                                         Report(2001, "127.0.0.1", 4321, S())};
+    EXPECT_EQ(Reports(capture.Lines()), expected);
+    HTTP_CleanupSocket(s);
+    EXPECT_EQ(HTTP_Cleanup(), 1);
+}
+
 std::vector<std::string>* g_detachLines = nullptr;
 void CollectDetachLine(void*, const char* text) { g_detachLines->push_back(text); }
 
