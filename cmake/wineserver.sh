@@ -6,7 +6,9 @@
 : "${WINEPREFIX:?}"
 export WINEPREFIX WINEDEBUG=-all
 case "$1" in
-  start) wineserver -p </dev/null >/dev/null 2>&1 && wine wineboot </dev/null >/dev/null 2>&1 ;;
+  # A server left over from a program run by hand would make -p fail: it goes first.
+  start) wineserver -k </dev/null >/dev/null 2>&1; wineserver -w </dev/null >/dev/null 2>&1
+         wineserver -p </dev/null >/dev/null 2>&1 && wine wineboot </dev/null >/dev/null 2>&1 ;;
   stop) wineserver -k </dev/null >/dev/null 2>&1; wineserver -w </dev/null >/dev/null 2>&1; exit 0 ;;
   *) echo "usage: $0 start|stop" >&2; exit 2 ;;
 esac
