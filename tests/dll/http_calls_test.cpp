@@ -10,6 +10,7 @@
 #include <vector>
 
 #include "bench.h"
+#include "test_helpers.h"
 #include "declining_passwords.h"
 #include "host_window.h"
 #include "http_api.h"
@@ -18,6 +19,16 @@
 
 namespace {
 
+using dxtest::Line;
+using dxtest::N;
+using dxtest::Dotted;
+using dxtest::Request;
+using dxtest::Answer;
+using dxtest::IsOpen;
+using dxtest::IsListening;
+using dxtest::ClosedHandle;
+using dxtest::ReturnsWithin;
+
 using dxtest::FakeReceived;
 using dxtest::FakeScript;
 using dxtest::HostWindow;
@@ -25,63 +36,13 @@ using Lines = std::vector<std::string>;
 
 const char kHiddenClass[] = "ZELMONT_HTTP_HIDDEN_WINDOW";
 
-std::string Line(const std::string& text) { return "DXSOCKS: " + text; }
-std::string N(SOCKET s) { return std::to_string(static_cast<int>(s)); }
-std::string Dotted(const sockaddr_in& address) { return inet_ntoa(address.sin_addr); }
-
-std::string Request(const std::string& target) {
-    return "CONNECT " + target + " HTTP/1.1\r\nHost: " + target + "\r\n\r\n";
-}
-std::string Answer(const std::string& reply) { return "readhttp send=" + dxtest::Hex(reply) + " drain=3000"; }
 const char kGranted[] = "HTTP/1.1 200 Connection established\r\n\r\n";
-
-bool IsOpen(SOCKET s) {
-    int type = 0;
-    int length = sizeof type;
-    return getsockopt(s, SOL_SOCKET, SO_TYPE, reinterpret_cast<char*>(&type), &length) == 0;
-}
-
-bool IsListening(SOCKET s) {
-    BOOL listening = FALSE;
-    int length = sizeof listening;
-    getsockopt(s, SOL_SOCKET, SO_ACCEPTCONN, reinterpret_cast<char*>(&listening), &length);
-    return listening != FALSE;
-}
-
-// A handle that WinSock no longer knows: the socket was made and closed again.
-SOCKET ClosedHandle() {
-    SOCKET s = dxtest::MakeTcpSocket();
-    closesocket(s);
-    return s;
-}
 
 // wsprintf's %p: 16 upper-case hex digits without a prefix.
 std::string Pointer(const void* p) {
     char text[32];
     std::snprintf(text, sizeof text, "%016llX", static_cast<unsigned long long>(reinterpret_cast<uintptr_t>(p)));
     return text;
-}
-
-// Runs `call` on a thread of its own and waits at most `ms` for it. The library's waits have no limit
-// of their own: a call that overruns is ended with its thread.
-bool ReturnsWithin(int ms, const std::function<void()>& call) {
-    auto* copy = new std::function<void()>(call);
-    HANDLE thread = CreateThread(
-        nullptr, 0,
-        [](void* p) -> DWORD {
-            (*static_cast<std::function<void()>*>(p))();
-            return 0;
-        },
-        copy, 0, nullptr);
-    if (thread == nullptr) return false;
-    bool returned = WaitForSingleObject(thread, static_cast<DWORD>(ms)) == WAIT_OBJECT_0;
-    if (returned) {
-        delete copy;
-    } else {
-        TerminateThread(thread, 1);
-    }
-    CloseHandle(thread);
-    return returned;
 }
 
 class HttpCallsTest : public ::testing::Test {

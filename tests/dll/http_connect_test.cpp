@@ -6,6 +6,7 @@
 #include <vector>
 
 #include "bench.h"
+#include "test_helpers.h"
 #include "declining_passwords.h"
 #include "host_window.h"
 #include "http_api.h"
@@ -13,20 +14,15 @@
 
 namespace {
 
+using dxtest::Line;
+using dxtest::N;
+using dxtest::Request;
+using dxtest::Answer;
+
 using dxtest::FakeReceived;
 using dxtest::FakeScript;
 using dxtest::HostWindow;
 using Lines = std::vector<std::string>;
-
-std::string Line(const std::string& text) { return "DXSOCKS: " + text; }
-std::string N(SOCKET s) { return std::to_string(static_cast<int>(s)); }
-
-std::string Request(const std::string& target) {
-    return "CONNECT " + target + " HTTP/1.1\r\nHost: " + target + "\r\n\r\n";
-}
-
-// A fake proxy that reads the request, answers `reply` and then stays until the host closes.
-std::string Answer(const std::string& reply) { return "readhttp send=" + dxtest::Hex(reply) + " drain=3000"; }
 
 // The way out of every state: forget the object, then close.
 void CloseThroughTheLibrary(SOCKET s) {

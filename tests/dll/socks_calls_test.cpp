@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "bench.h"
+#include "test_helpers.h"
 #include "declining_passwords.h"
 #include "host_window.h"
 #include "log_capture.h"
@@ -14,40 +15,14 @@
 
 namespace {
 
+using dxtest::Line;
+using dxtest::Dotted;
+using dxtest::IsOpen;
+using dxtest::ReturnsWithin;
+
 using dxtest::FakeReceived;
 using dxtest::FakeScript;
 using Lines = std::vector<std::string>;
-
-std::string Line(const std::string& text) { return "DXSOCKS: " + text; }
-std::string Dotted(const sockaddr_in& address) { return inet_ntoa(address.sin_addr); }
-
-bool IsOpen(SOCKET s) {
-    int type = 0;
-    int length = sizeof type;
-    return getsockopt(s, SOL_SOCKET, SO_TYPE, reinterpret_cast<char*>(&type), &length) == 0;
-}
-
-// Runs `call` on a thread of its own, as a host's second thread would, and waits at most `ms` for it.
-// The library's waits have no limit of their own: a call that overruns is ended with its thread.
-bool ReturnsWithin(int ms, const std::function<void()>& call) {
-    auto* copy = new std::function<void()>(call);
-    HANDLE thread = CreateThread(
-        nullptr, 0,
-        [](void* p) -> DWORD {
-            (*static_cast<std::function<void()>*>(p))();
-            return 0;
-        },
-        copy, 0, nullptr);
-    if (thread == nullptr) return false;
-    bool returned = WaitForSingleObject(thread, static_cast<DWORD>(ms)) == WAIT_OBJECT_0;
-    if (returned) {
-        delete copy;
-    } else {
-        TerminateThread(thread, 1);
-    }
-    CloseHandle(thread);
-    return returned;
-}
 
 class SocksCallsDllTest : public ::testing::Test {
 protected:

@@ -11,6 +11,7 @@
 #include <vector>
 
 #include "bench.h"
+#include "test_helpers.h"
 #include "bounded_text.h"
 #include "host_window.h"
 #include "http_api.h"
@@ -23,18 +24,12 @@
 
 namespace {
 
+using dxtest::Address;
+using dxtest::Line;
+using dxtest::N;
+using dxtest::Request;
+
 using Lines = std::vector<std::string>;
-
-std::string Line(const std::string& text) { return "DXSOCKS: " + text; }
-std::string N(SOCKET s) { return std::to_string(static_cast<int>(s)); }
-
-sockaddr_in Address(const char* dotted, uint16_t port) {
-    sockaddr_in address = {};
-    address.sin_family = AF_INET;
-    address.sin_port = htons(port);
-    address.sin_addr.s_addr = inet_addr(dotted);
-    return address;
-}
 
 // What send gives on a TCP socket that isn't connected; WinSock and Wine differ in the code.
 int SendErrorWithoutAConnection() {
@@ -42,10 +37,6 @@ int SendErrorWithoutAConnection() {
     int error = send(s, "x", 1, 0) == SOCKET_ERROR ? WSAGetLastError() : 0;
     closesocket(s);
     return error;
-}
-
-std::string Request(const std::string& target) {
-    return "CONNECT " + target + " HTTP/1.1\r\nHost: " + target + "\r\n\r\n";
 }
 
 // ---- The status line ----

@@ -6,6 +6,7 @@
 #include <vector>
 
 #include "bench.h"
+#include "test_helpers.h"
 #include "http_api.h"
 #include "http_socket.h"
 #include "lifecycle.h"
@@ -19,8 +20,9 @@
 
 namespace {
 
+using dxtest::Line;
+
 using Lines = std::vector<std::string>;
-std::string Line(const std::string& text) { return "DXSOCKS: " + text; }
 
 template <typename Entry>
 Entry Export(HMODULE module, const char* name) {

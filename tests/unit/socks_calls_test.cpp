@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "bench.h"
+#include "test_helpers.h"
 #include "host_window.h"
 #include "lifecycle.h"
 #include "log_capture.h"
@@ -17,39 +18,14 @@
 
 namespace {
 
+using dxtest::Address;
+using dxtest::Line;
+using dxtest::Dotted;
+using dxtest::IsOpen;
+using dxtest::IsListening;
+using dxtest::ClosedHandle;
+
 using Lines = std::vector<std::string>;
-
-std::string Line(const std::string& text) { return "DXSOCKS: " + text; }
-
-sockaddr_in Address(const char* dotted, uint16_t port) {
-    sockaddr_in address = {};
-    address.sin_family = AF_INET;
-    address.sin_port = htons(port);
-    address.sin_addr.s_addr = inet_addr(dotted);
-    return address;
-}
-
-std::string Dotted(const sockaddr_in& address) { return inet_ntoa(address.sin_addr); }
-
-// A handle that WinSock no longer knows: the socket was made and closed again.
-SOCKET ClosedHandle() {
-    SOCKET s = dxtest::MakeTcpSocket();
-    closesocket(s);
-    return s;
-}
-
-bool IsOpen(SOCKET s) {
-    int type = 0;
-    int length = sizeof type;
-    return getsockopt(s, SOL_SOCKET, SO_TYPE, reinterpret_cast<char*>(&type), &length) == 0;
-}
-
-bool IsListening(SOCKET s) {
-    BOOL listening = FALSE;
-    int length = sizeof listening;
-    getsockopt(s, SOL_SOCKET, SO_ACCEPTCONN, reinterpret_cast<char*>(&listening), &length);
-    return listening != FALSE;
-}
 
 bool ReadableWithin(SOCKET s, int ms) {
     fd_set readable;

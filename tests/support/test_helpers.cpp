@@ -1,0 +1,68 @@
+#include "test_helpers.h"
+
+#include <windows.h>
+
+#include "bench.h"
+
+namespace dxtest {
+
+std::string Line(const std::string& text) { return "DXSOCKS: " + text; }
+
+std::string N(SOCKET s) { return std::to_string(static_cast<int>(s)); }
+
+std::string Dotted(const sockaddr_in& address) { return inet_ntoa(address.sin_addr); }
+
+sockaddr_in Address(const char* dotted, uint16_t port) {
+    sockaddr_in address = {};
+    address.sin_family = AF_INET;
+    address.sin_port = htons(port);
+    address.sin_addr.s_addr = inet_addr(dotted);
+    return address;
+}
+
+std::string Request(const std::string& target) {
+    return "CONNECT " + target + " HTTP/1.1\r\nHost: " + target + "\r\n\r\n";
+}
+
+std::string Answer(const std::string& reply) { return "readhttp send=" + Hex(reply) + " drain=3000"; }
+
+bool IsOpen(SOCKET s) {
+    int type = 0;
+    int length = sizeof type;
+    return getsockopt(s, SOL_SOCKET, SO_TYPE, reinterpret_cast<char*>(&type), &length) == 0;
+}
+
+bool IsListening(SOCKET s) {
+    BOOL listening = FALSE;
+    int length = sizeof listening;
+    getsockopt(s, SOL_SOCKET, SO_ACCEPTCONN, reinterpret_cast<char*>(&listening), &length);
+    return listening != FALSE;
+}
+
+SOCKET ClosedHandle() {
+    SOCKET s = MakeTcpSocket();
+    closesocket(s);
+    return s;
+}
+
+bool ReturnsWithin(int ms, const std::function<void()>& call) {
+    auto* copy = new std::function<void()>(call);
+    HANDLE thread = CreateThread(
+        nullptr, 0,
+        [](void* p) -> DWORD {
+            (*static_cast<std::function<void()>*>(p))();
+            return 0;
+        },
+        copy, 0, nullptr);
+    if (thread == nullptr) return false;
+    bool returned = WaitForSingleObject(thread, static_cast<DWORD>(ms)) == WAIT_OBJECT_0;
+    if (returned) {
+        delete copy;
+    } else {
+        TerminateThread(thread, 1);
+    }
+    CloseHandle(thread);
+    return returned;
+}
+
+}  // namespace dxtest

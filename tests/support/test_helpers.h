@@ -1,0 +1,35 @@
+// Small helpers that the library's tests share: the texts the log and the HTTP exchange produce, the
+// state of a socket as WinSock sees it, and a bounded call on a thread of its own.
+#pragma once
+
+#include <winsock2.h>
+
+#include <cstdint>
+#include <functional>
+#include <string>
+
+namespace dxtest {
+
+// A library log line: "DXSOCKS: " and the text.
+std::string Line(const std::string& text);
+// A socket handle as the log prints it (" socket = %d").
+std::string N(SOCKET s);
+std::string Dotted(const sockaddr_in& address);
+// An address record for dotted text and a host-order port.
+sockaddr_in Address(const char* dotted, uint16_t port);
+
+// The CONNECT request the HTTP stack sends for `target` ("host:port"), without authentication.
+std::string Request(const std::string& target);
+// A fake-proxy script that reads the request, sends `reply` and stays for a while.
+std::string Answer(const std::string& reply);
+
+bool IsOpen(SOCKET s);
+bool IsListening(SOCKET s);
+// A handle that WinSock no longer knows: the socket was made and closed again.
+SOCKET ClosedHandle();
+
+// Runs `call` on a thread of its own, as a host's second thread would, and waits at most `ms` for it.
+// The library's waits have no limit of their own: a call that overruns is ended with its thread.
+bool ReturnsWithin(int ms, const std::function<void()>& call);
+
+}  // namespace dxtest
