@@ -38,6 +38,16 @@ bool AddressRecordToHostPort(const sockaddr* name, int namelen, char* text, size
     return true;
 }
 
+int CallWithAddressRecord(HostPortCall call, SOCKET s, const sockaddr* name, int namelen) {
+    char text[kTargetHostSize] = {};
+    unsigned port = 0;
+    if (!AddressRecordToHostPort(name, namelen, text, sizeof text, &port)) {
+        WSASetLastError(WSAEFAULT);
+        return SOCKET_ERROR;
+    }
+    return call(s, text, port, nullptr, AF_INET);
+}
+
 int CloseManagedSocket(const char* name, SOCKET s) {
     LogBegin(name, s);
     CProxySocket* object = g_pProxySocketManager->FindSocket(s);
@@ -160,8 +170,7 @@ void StoreParentWindow(const char* name, HWND window) {
 void ReportConnectTimeout(const char* name, SOCKET s, bool notesConfigTimeout) {
     LogBegin(name, s);
     if (g_configPromptActive) {
-        auto onTimeout = reinterpret_cast<PFN_PXMSETUIDLL_OnTimeout>(
-            reinterpret_cast<void*>(GetSetUIProc("PXMSETUIDLL_OnTimeout")));
+        auto onTimeout = GetSetUIEntry<PFN_PXMSETUIDLL_OnTimeout>("PXMSETUIDLL_OnTimeout");
         if (onTimeout != nullptr) onTimeout();
         if (notesConfigTimeout) g_configPromptTimedOut = 1;
     }

@@ -19,6 +19,10 @@ void LogAddress(const char* format, const sockaddr* address);
 void StoreAddress(const sockaddr_in& address, sockaddr* destination, const int* length);
 // The dotted text and host-order port of an address record; false without a whole IPv4 record.
 bool AddressRecordToHostPort(const sockaddr* name, int namelen, char* text, size_t size, unsigned* port);
+// bind and connect of both families: the address record's host text and port go to the family's
+// BindEx or ConnectEx; a null or short record fails with 10014.
+using HostPortCall = int (*)(SOCKET s, const char* host, unsigned port, HWND parent, int family);
+int CallWithAddressRecord(HostPortCall call, SOCKET s, const sockaddr* name, int namelen);
 
 // The socket calls that both families make word for word alike; `name` is the export's.
 int CloseManagedSocket(const char* name, SOCKET s);

@@ -161,8 +161,7 @@ void CProxySocket::OnConnectTimeout() {
     if (!passwordPrompting) return;
     passwordTimedOut = 1;
     connectError = ERROR_TIMEOUT;
-    auto onTimeout = reinterpret_cast<PFN_PXMSETUIDLL_OnTimeout>(
-        reinterpret_cast<void*>(GetSetUIProc("PXMSETUIDLL_OnTimeout")));
+    auto onTimeout = GetSetUIEntry<PFN_PXMSETUIDLL_OnTimeout>("PXMSETUIDLL_OnTimeout");
     if (onTimeout != nullptr) onTimeout();
 }
 

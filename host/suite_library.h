@@ -7,6 +7,7 @@
 
 #include <cstdint>
 
+#include "lifecycle.h"
 #include "suite_entries.h"
 #include "suite_path.h"
 
@@ -141,5 +142,31 @@ extern HMODULE g_hSetUILibrary;
 // at the next call.
 FARPROC GetSetUIProc(const char* name);
 
+// GetSetUIProc as the entry's own type.
+template <typename Entry>
+Entry GetSetUIEntry(const char* name) {
+    return reinterpret_cast<Entry>(reinterpret_cast<void*>(GetSetUIProc(name)));
+}
+
 // The window at the top of the parent chain above `window`; null stays null.
 HWND TopLevelParent(HWND window);
+
+// The UI library's password prompt for `family` (0 SOCKS, 1 HTTP), in the user's language, owned by
+// the top-level window above `parent`. A missing prompt answers 2 with no text. A text that comes
+// back goes to `take`, then back to the UI library. Returns the prompt's result.
+template <typename Take>
+DWORD AskPasswordPrompt(DWORD family, HWND parent, const char* user, const char* address, DWORD maxLength,
+                        Take take) {
+    CPXMMSI suite(g_hModule, nullptr);
+    DWORD language = suite.getLangID();
+    HWND owner = TopLevelParent(parent);
+    auto prompt = GetSetUIEntry<PFN_PXMSETUIDLL_DxsocksPwd>("PXMSETUIDLL_DxsocksPwd");
+    char* text = nullptr;
+    DWORD result = prompt != nullptr ? prompt(language, owner, 1, 0, family, user, address, maxLength, &text) : 2;
+    if (text != nullptr) {
+        take(static_cast<const char*>(text));
+        auto freeString = GetSetUIEntry<PFN_PXMSETUIDLL_FreeString>("PXMSETUIDLL_FreeString");
+        if (freeString != nullptr) freeString(text);
+    }
+    return result;
+}

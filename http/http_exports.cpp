@@ -63,15 +63,7 @@ SOCKET HTTP_accept(SOCKET s, sockaddr* addr, int* addrlen) { return accept(s, ad
 
 int HTTP_bind(SOCKET s, const sockaddr* name, int namelen) {
     LogBegin("HTTP_bind", s);
-    char text[kTargetHostSize] = {};
-    unsigned port = 0;
-    int result;
-    if (AddressRecordToHostPort(name, namelen, text, sizeof text, &port)) {
-        result = HTTP_BindEx(s, text, port, nullptr, AF_INET);
-    } else {
-        WSASetLastError(WSAEFAULT);
-        result = SOCKET_ERROR;
-    }
+    int result = CallWithAddressRecord(HTTP_BindEx, s, name, namelen);
     LogEnd("HTTP_bind", result);
     return result;
 }
@@ -80,15 +72,7 @@ int HTTP_closesocket(SOCKET s) { return CloseManagedSocket("HTTP_closesocket", s
 
 int HTTP_connect(SOCKET s, const sockaddr* name, int namelen) {
     LogBegin("HTTP_connect", s);
-    char text[kTargetHostSize] = {};
-    unsigned port = 0;
-    int result;
-    if (AddressRecordToHostPort(name, namelen, text, sizeof text, &port)) {
-        result = HTTP_ConnectEx(s, text, port, nullptr, AF_INET);
-    } else {
-        WSASetLastError(WSAEFAULT);
-        result = SOCKET_ERROR;
-    }
+    int result = CallWithAddressRecord(HTTP_ConnectEx, s, name, namelen);
     LogEnd("HTTP_connect", result);
     return result;
 }

@@ -256,26 +256,12 @@ int CHttpSocket::getPassword(char* password, int size) {
 
 // Unlike the host's callback, the prompt's empty password counts as declined.
 int CHttpSocket::PromptPassword(const char* address, char* password, int size) {
-    CPXMMSI suite(g_hModule, nullptr);
-    HWND owner = TopLevelParent(parentWindow);
-    DWORD language = suite.getLangID();
-    auto prompt = reinterpret_cast<PFN_PXMSETUIDLL_DxsocksPwd>(
-        reinterpret_cast<void*>(GetSetUIProc("PXMSETUIDLL_DxsocksPwd")));
-    char* text = nullptr;
-    DWORD result = 2;  // a missing prompt is a declined one
-    if (prompt != nullptr) {
-        result = prompt(language, owner, 1, 0, 1, userId, address, static_cast<DWORD>(size), &text);
-    }
-    if (password != nullptr && size > 0) {
-        password[0] = '\0';
-        if (text != nullptr) lstrcpynA(password, text, size);
-    }
-    if (text != nullptr) {
-        auto freeString = reinterpret_cast<PFN_PXMSETUIDLL_FreeString>(
-            reinterpret_cast<void*>(GetSetUIProc("PXMSETUIDLL_FreeString")));
-        if (freeString != nullptr) freeString(text);
-    }
-    return result == 1 && password != nullptr && size > 0 && password[0] != '\0' ? 1 : 0;
+    bool usable = password != nullptr && size > 0;
+    if (usable) password[0] = '\0';
+    DWORD result = AskPasswordPrompt(1, parentWindow, userId, address, static_cast<DWORD>(size), [&](const char* text) {
+        if (usable) lstrcpynA(password, text, size);
+    });
+    return result == 1 && usable && password[0] != '\0' ? 1 : 0;
 }
 
 void CHttpSocket::StartReading(int count) { StartReadingAs(kOwner, count); }

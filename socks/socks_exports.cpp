@@ -138,15 +138,7 @@ SOCKET SOCKS_accept(SOCKET s, sockaddr* addr, int* addrlen) {
 
 int SOCKS_bind(SOCKET s, const sockaddr* name, int namelen) {
     LogBegin("SOCKS_bind", s);
-    char text[kTargetHostSize] = {};
-    unsigned port = 0;
-    int result;
-    if (AddressRecordToHostPort(name, namelen, text, sizeof text, &port)) {
-        result = SOCKS_BindEx(s, text, port, nullptr, AF_INET);
-    } else {
-        result = SOCKET_ERROR;
-        WSASetLastError(WSAEFAULT);
-    }
+    int result = CallWithAddressRecord(SOCKS_BindEx, s, name, namelen);
     SOCKS_LogString("End func %s", "SOCKS_bind");
     return result;
 }
@@ -155,15 +147,7 @@ int SOCKS_closesocket(SOCKET s) { return CloseManagedSocket("SOCKS_closesocket",
 
 int SOCKS_connect(SOCKET s, const sockaddr* name, int namelen) {
     LogBegin("SOCKS_connect", s);
-    char text[kTargetHostSize] = {};
-    unsigned port = 0;
-    int result;
-    if (AddressRecordToHostPort(name, namelen, text, sizeof text, &port)) {
-        result = SOCKS_ConnectEx(s, text, port, nullptr, AF_INET);
-    } else {
-        result = SOCKET_ERROR;
-        WSASetLastError(WSAEFAULT);
-    }
+    int result = CallWithAddressRecord(SOCKS_ConnectEx, s, name, namelen);
     SOCKS_LogString("End func %s", "SOCKS_connect");
     return result;
 }

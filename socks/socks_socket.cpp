@@ -294,21 +294,10 @@ bool CSocksSocket::AskPassword(const char* proxyText, wchar_t* password) {
 }
 
 bool CSocksSocket::PromptPassword(const char* proxyText, wchar_t* password) {
-    CPXMMSI suite(g_hModule, nullptr);
-    DWORD language = suite.getLangID();
-    HWND owner = TopLevelParent(parentWindow);
-    auto prompt = reinterpret_cast<PFN_PXMSETUIDLL_DxsocksPwd>(
-        reinterpret_cast<void*>(GetSetUIProc("PXMSETUIDLL_DxsocksPwd")));
-    char* text = nullptr;
-    DWORD result = 2;  // a missing prompt is a declined one
-    if (prompt != nullptr) result = prompt(language, owner, 1, 0, 0, userId, proxyText, kPasswordSize, &text);
-    if (text != nullptr) {
+    DWORD result = AskPasswordPrompt(0, parentWindow, userId, proxyText, kPasswordSize, [&](const char* text) {
         if (MultiByteToWideChar(GetACP(), 0, text, -1, password, kPasswordSize) == 0) password[0] = L'\0';
         password[kPasswordSize - 1] = L'\0';
-        auto freeString = reinterpret_cast<PFN_PXMSETUIDLL_FreeString>(
-            reinterpret_cast<void*>(GetSetUIProc("PXMSETUIDLL_FreeString")));
-        if (freeString != nullptr) freeString(text);
-    }
+    });
     // A password of 130 characters or more has no terminator in this window and counts as none.
     size_t length = wcsnlen(password, kLongestPromptedPassword + 1);
     if (length > kLongestPromptedPassword) length = 0;
