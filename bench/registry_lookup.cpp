@@ -15,6 +15,7 @@
 
 #include "bench_util.h"
 #include "proxy_socket_manager.h"
+#include "proxy_socket_factory.h"
 
 namespace {
 
@@ -72,7 +73,7 @@ int main(int argc, char** argv) {
         dxbench::ResultTable table(flags);
         std::vector<std::pair<int, double>> line;
         for (int count : counts) {
-            CProxySocketManager manager;
+            CProxySocketManager manager(MakeProxySocket);
             for (int i = 0; i < count; ++i) {
                 if (manager.AddSocket(HandleAt(i), i % 2 == 0 ? kSocksSocketType : kHttpSocketType) == nullptr) {
                     throw std::runtime_error("AddSocket failed");

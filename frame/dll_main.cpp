@@ -1,10 +1,13 @@
-// The library's entry routine: sets up the process-wide objects at attach and frees them at detach.
+// The library's entry routine: sets up the process-wide objects at attach and frees them at detach. It
+// sits above every layer (cmake/sources.cmake): it is the one file that hands each its seams.
 #include <winsock2.h>
 #include <windows.h>
 
 #include "lifecycle.h"
 #include "log.h"
 #include "os_kind.h"
+#include "dxsocks_ids.h"
+#include "proxy_socket_factory.h"
 #include "proxy_socket_manager.h"
 #include "suite_library.h"
 
@@ -21,16 +24,21 @@ void ReportPaths(unsigned id) {
     }
 }
 
+// Runs under the loader lock. Report 1005 loads the suite library and through it the resource
+// library; that is safe here because the lock is re-entrant on this thread, both libraries import
+// only system DLLs that are loaded already, and neither entry routine starts or waits on a thread.
+// A suite library whose entry routine waited on another thread would hang the host's load.
 void OnProcessAttach(HMODULE module) {
     g_resourceLibrary.Initialise(module, "DXSOCKS.DLL");
-    ReportPaths(1005);
+    SetReportFormatSource(LoadReportFormat);
+    ReportPaths(IDR_ATTACHED);
     GetOsKind();
-    if (g_pProxySocketManager == nullptr) g_pProxySocketManager = new CProxySocketManager();
+    if (g_pProxySocketManager == nullptr) g_pProxySocketManager = new CProxySocketManager(MakeProxySocket);
 }
 
 // No socket is closed and no hidden thread is touched here: the host owns them.
 void OnProcessDetach(bool processEnding) {
-    ReportPaths(1006);
+    ReportPaths(IDR_DETACHED);
     delete g_pProxySocketManager;
     g_pProxySocketManager = nullptr;
     // At process end the system takes the UI library down with everything else.

@@ -6,17 +6,20 @@
 #include "log.h"
 #include "proxy_socket_manager.h"
 #include "resolver.h"
-#include "suite_library.h"
 
-void LogBegin(const char* name, SOCKET s) {
-    SOCKS_LogString("Begin func %s", name);
-    SOCKS_LogString(" socket = %d", static_cast<int>(s));
-}
-
-void LogEnd(const char* name, int result) {
-    SOCKS_LogString(" result = %d", result);
-    SOCKS_LogString("End func %s", name);
-}
+// The names of the result codes stand for the system's codes and the public ones.
+static_assert(dxcode::kFault == WSAEFAULT && dxcode::kFault == DXSOCKS_WSAEFAULT);
+static_assert(dxcode::kInvalid == WSAEINVAL && dxcode::kInvalid == DXSOCKS_WSAEINVAL);
+static_assert(dxcode::kWouldBlock == WSAEWOULDBLOCK && dxcode::kWouldBlock == DXSOCKS_WSAEWOULDBLOCK);
+static_assert(dxcode::kNotSocket == WSAENOTSOCK && dxcode::kNotSocket == DXSOCKS_WSAENOTSOCK);
+static_assert(dxcode::kNoBuffers == WSAENOBUFS);
+static_assert(dxcode::kConnectionRefused == WSAECONNREFUSED && dxcode::kConnectionRefused == DXSOCKS_WSAECONNREFUSED);
+static_assert(dxcode::kHostNotFound == WSAHOST_NOT_FOUND && dxcode::kHostNotFound == DXSOCKS_WSAHOST_NOT_FOUND);
+static_assert(dxcode::kTimeout == ERROR_TIMEOUT && dxcode::kTimeout == DXSOCKS_ERROR_TIMEOUT);
+static_assert(dxcode::kCancelled == ERROR_CANCELLED && dxcode::kCancelled == DXSOCKS_ERROR_CANCELLED);
+static_assert(dxcode::kHttpNotFound == DXSOCKS_HTTP_NOT_FOUND);
+static_assert(dxcode::kProxyAuthFailed == DXSOCKS_PROXY_AUTH_FAILED);
+static_assert(dxcode::kPasswordCancelled == DXSOCKS_PASSWORD_CANCELLED);
 
 void LogAddress(const char* format, const sockaddr* address) {
     sockaddr_in shown = {};
@@ -42,43 +45,43 @@ int CallWithAddressRecord(HostPortCall call, SOCKET s, const sockaddr* name, int
     char text[kTargetHostSize] = {};
     unsigned port = 0;
     if (!AddressRecordToHostPort(name, namelen, text, sizeof text, &port)) {
-        WSASetLastError(WSAEFAULT);
+        WSASetLastError(dxcode::kFault);
         return SOCKET_ERROR;
     }
     return call(s, text, port, nullptr, AF_INET);
 }
 
 int CloseManagedSocket(const char* name, SOCKET s) {
-    LogBegin(name, s);
+    ExportLog log(name, s);
     CProxySocket* object = g_pProxySocketManager->FindSocket(s);
     if (object != nullptr) {
         // A close in mid-handshake, or one of several owed, leaves socket and object alive.
         if (object->ReleaseSocket() == 0) {
-            LogEnd(name, 0);
+            log.End(0);
             return 0;
         }
         SOCKS_LogString("g_pProxySocketManager->RemoveSocket(s)");
         g_pProxySocketManager->RemoveSocket(s);
     }
     int result = closesocket(s);
-    LogEnd(name, result);
+    log.End(result);
     return result;
 }
 
 // The socket itself isn't closed here.
 void CleanupManagedSocket(const char* name, SOCKET s) {
-    LogBegin(name, s);
+    ExportLog log(name, s);
     CProxySocket* object = g_pProxySocketManager->FindSocket(s);
     if (object != nullptr) {
         object->ReleaseSocket();
         SOCKS_LogString("g_pProxySocketManager->RemoveSocket(s)");
         g_pProxySocketManager->RemoveSocket(s);
     }
-    SOCKS_LogString("End func %s", name);
+    log.End();
 }
 
 int GetManagedSockName(const char* name, const char* owner, SOCKET s, sockaddr* address, int* length) {
-    LogBegin(name, s);
+    ExportLog log(name, s);
     LogAddress("Begin addr %s:%d", address);
     CProxySocket* object = g_pProxySocketManager->FindSocket(s);
     int result = 0;
@@ -90,13 +93,13 @@ int GetManagedSockName(const char* name, const char* owner, SOCKET s, sockaddr* 
         result = getsockname(s, address, length);
     }
     LogAddress("End addr %s:%d", address);
-    LogEnd(name, result);
+    log.End(result);
     return result;
 }
 
 // With a proxy the waiting is the proxy's: WinSock is not asked.
 int ListenManaged(const char* name, SOCKET s, int backlog) {
-    LogBegin(name, s);
+    ExportLog log(name, s);
     CProxySocket* object = g_pProxySocketManager->FindSocket(s);
     int result = 0;
     if (object != nullptr && object->useProxy) {
@@ -106,20 +109,20 @@ int ListenManaged(const char* name, SOCKET s, int backlog) {
     } else {
         result = listen(s, backlog);
     }
-    LogEnd(name, result);
+    log.End(result);
     return result;
 }
 
 int SelectManaged(const char* name, int nfds, fd_set* readfds, fd_set* writefds, fd_set* exceptfds,
                   const timeval* timeout) {
-    SOCKS_LogString("Begin func %s", name);
+    ExportLog log(name);
     int result = g_pProxySocketManager->Select(nfds, readfds, writefds, exceptfds, timeout);
-    SOCKS_LogString("End func %s", name);
+    log.End();
     return result;
 }
 
 int AsyncSelectManaged(const char* name, int type, SOCKET s, HWND window, unsigned message, long events) {
-    LogBegin(name, s);
+    ExportLog log(name, s);
     SOCKS_LogString(" %p, %x, %x", window, message, static_cast<unsigned>(events));
     CProxySocket* object = g_pProxySocketManager->FindSocket(s);
     int result = 0;
@@ -129,7 +132,7 @@ int AsyncSelectManaged(const char* name, int type, SOCKET s, HWND window, unsign
         if (object != nullptr) {
             object->PushAsyncSelect(window, message, static_cast<unsigned>(events));
         } else {
-            result = WSAENOTSOCK;
+            result = dxcode::kNotSocket;
         }
     } else if (object == nullptr || object->state == kEstablished) {
         SOCKS_LogString("calling ::WSAAsyncSelect");
@@ -141,40 +144,39 @@ int AsyncSelectManaged(const char* name, int type, SOCKET s, HWND window, unsign
         // During a handshake, or after a failed one, the host's selection is dropped.
         SOCKS_LogString("do nothing");
     }
-    LogEnd(name, result);
+    log.End(result);
     return result;
 }
 
 int ReadCanceled(const char* name, SOCKET s) {
-    LogBegin(name, s);
+    ExportLog log(name, s);
     CProxySocket* object = g_pProxySocketManager->FindSocket(s);
     int result = object != nullptr ? object->canceled : 0;
-    LogEnd(name, result);
+    log.End(result);
     return result;
 }
 
 unsigned ReadConnectError(const char* name, SOCKET s) {
-    LogBegin(name, s);
+    ExportLog log(name, s);
     CProxySocket* object = g_pProxySocketManager->FindSocket(s);
     unsigned result = object != nullptr ? object->connectError : 0;
-    LogEnd(name, static_cast<int>(result));
+    log.End(static_cast<int>(result));
     return result;
 }
 
 void StoreParentWindow(const char* name, HWND window) {
-    SOCKS_LogString("Begin func %s", name);
+    ExportLog log(name);
     g_hParentWindow = window;
-    SOCKS_LogString("End func %s", name);
+    log.End();
 }
 
-void ReportConnectTimeout(const char* name, SOCKET s, bool notesConfigTimeout) {
-    LogBegin(name, s);
+void ReportConnectTimeout(const char* name, SOCKET s, bool notesConfigTimeout, void (*closePrompt)()) {
+    ExportLog log(name, s);
     if (g_configPromptActive) {
-        auto onTimeout = GetSetUIEntry<PFN_PXMSETUIDLL_OnTimeout>("PXMSETUIDLL_OnTimeout");
-        if (onTimeout != nullptr) onTimeout();
+        closePrompt();
         if (notesConfigTimeout) g_configPromptTimedOut = 1;
     }
     CProxySocket* object = g_pProxySocketManager->FindSocket(s);
-    if (object != nullptr) object->OnConnectTimeout();
-    SOCKS_LogString("End func %s", name);
+    if (object != nullptr) object->OnConnectTimeout(closePrompt);
+    log.End();
 }

@@ -9,9 +9,8 @@
 #include "lifecycle.h"
 #include "log.h"
 #include "proxy_socket_manager.h"
+#include "result_codes.h"
 
-void LogBegin(const char* name, SOCKET s);
-void LogEnd(const char* name, int result);
 // Logs `format` ("Begin addr %s:%d" or "End addr %s:%d") with the record's address and port; a null
 // record shows as 0.0.0.0:0.
 void LogAddress(const char* format, const sockaddr* address);
@@ -36,8 +35,9 @@ int AsyncSelectManaged(const char* name, int type, SOCKET s, HWND window, unsign
 int ReadCanceled(const char* name, SOCKET s);
 unsigned ReadConnectError(const char* name, SOCKET s);
 // ConnectTimeout of both families: closes an open first-use prompt (the SOCKS family also notes
-// that), then the socket's password prompt. Neither closes the socket nor ends an exchange.
-void ReportConnectTimeout(const char* name, SOCKET s, bool notesConfigTimeout);
+// that), then the socket's password prompt, each through `closePrompt`, the UI library's. Neither
+// closes the socket nor ends an exchange.
+void ReportConnectTimeout(const char* name, SOCKET s, bool notesConfigTimeout, void (*closePrompt)());
 // SetParentHWND of both families: one window for both, so the last writer of either decides.
 void StoreParentWindow(const char* name, HWND window);
 
@@ -48,13 +48,13 @@ enum class BindWaitEnds { kOnCancel, kOnCancelOrConnectError };
 // ConnectEx of both families. A socket that was named no proxy fails: never a direct connection.
 template <typename Socket>
 int ConnectThroughProxy(const char* name, int type, SOCKET s, const char* host, unsigned port, HWND parent) {
-    LogBegin(name, s);
+    ExportLog log(name, s);
     SOCKS_LogString("Begin host:port %s:%d", host, static_cast<int>(port));
     auto* object = static_cast<Socket*>(g_pProxySocketManager->FindOrAddSocket(s, type));
     g_hParentWindow = parent;
     int code;
     if (object == nullptr) {
-        code = WSAENOTSOCK;
+        code = dxcode::kNotSocket;
     } else if (!object->proxyChosen) {
         code = WSAGetLastError();
         if (code == 0) code = -1;
@@ -66,7 +66,7 @@ int ConnectThroughProxy(const char* name, int type, SOCKET s, const char* host, 
     int result = code == 0 ? 0 : SOCKET_ERROR;
     SOCKS_LogString("End host:port %s:%d", host, static_cast<int>(port));
     SOCKS_LogString("WinSock Error = %d", code);
-    LogEnd(name, result);
+    log.End(result);
     if (code > 0) WSASetLastError(code);
     return result;
 }
@@ -76,13 +76,14 @@ int ConnectThroughProxy(const char* name, int type, SOCKET s, const char* host, 
 template <typename Socket>
 int BindThroughProxy(const char* name, int type, BindWaitEnds ends, SOCKET s, const char* host, unsigned port,
                      HWND parent) {
-    LogBegin(name, s);
+    ExportLog log(name, s);
     SOCKS_LogString("Begin host:port %s:%d", host, static_cast<int>(port));
     auto* object = static_cast<Socket*>(g_pProxySocketManager->FindOrAddSocket(s, type));
     int code = 0;
     int result;
     if (object == nullptr || !object->proxyChosen) {
-        result = WSAENOTSOCK;  // positive, with a WinSock error of 0
+        // Kept: positive, with a WinSock error of 0, where ConnectEx gives -1 and the error.
+        result = dxcode::kNotSocket;
     } else {
         unsigned error = 0;
         object->StartConnect(kCommandBind, host, port, parent, &error);
@@ -90,7 +91,7 @@ int BindThroughProxy(const char* name, int type, BindWaitEnds ends, SOCKET s, co
         while (object->state != kEstablished) {
             if (object->canceled) {
                 code = -1;
-                WSASetLastError(65534);
+                WSASetLastError(dxcode::kPasswordCancelled);
                 break;
             }
             if (ends == BindWaitEnds::kOnCancelOrConnectError && object->connectError != 0) {
@@ -107,8 +108,8 @@ int BindThroughProxy(const char* name, int type, BindWaitEnds ends, SOCKET s, co
     }
     SOCKS_LogString("End host:port %s:%d", host, static_cast<int>(port));
     SOCKS_LogString("WinSock Error = %d", code);
-    LogEnd(name, result);
-    // Replaces what the wait set: after a failed wait the WinSock error reads -1.
+    log.End(result);
+    // Kept: replaces what the wait set, so after a failed wait the WinSock error reads -1.
     WSASetLastError(code);
     return result;
 }

@@ -80,7 +80,7 @@ DWORD RunHiddenWindowThread(const HiddenWindowFamily& family) {
 
 int StartFamily(const HiddenWindowFamily& family, const char* name, void* table, int size, const void* dispatch,
                 size_t dispatchSize) {
-    SOCKS_LogString("Begin func %s", name);
+    ExportLog log(name);
     if (table != nullptr) {
         auto wanted = static_cast<size_t>(static_cast<int64_t>(size));
         std::memcpy(table, dispatch, wanted < dispatchSize ? wanted : dispatchSize);
@@ -88,11 +88,11 @@ int StartFamily(const HiddenWindowFamily& family, const char* name, void* table,
     if (*family.startupCount == 0) {
         *family.thread = CreateThread(nullptr, 0, family.threadRoutine, nullptr, 0, nullptr);
         if (*family.thread == nullptr) return 0;
-        // No time limit: a thread that cannot make its window leaves this wait running.
+        // Kept: no time limit; a thread that cannot make its window leaves this wait running.
         while (!IsWindow(*family.window)) PumpOneMessage();
         ShowWindow(*family.window, SW_HIDE);
     }
     ++*family.startupCount;
-    SOCKS_LogString("End func %s", name);
+    log.End();
     return 1;
 }

@@ -33,7 +33,7 @@ CListNode* CLinkedList::At(uint32_t index) const {
     return node;
 }
 
-// The walk ends on null, so a null node yields the count.
+// Kept: the walk ends on null, so a null node yields the count.
 int32_t CLinkedList::IndexOf(const CListNode* node) const {
     int32_t index = 0;
     for (CListNode* walk = head; walk != node; walk = walk->next) {
@@ -57,7 +57,7 @@ CListNode* CLinkedList::InsertAt(int32_t index, CListNode* node) {
     return node;
 }
 
-// A removed head keeps its own link; any other removed node gets a null link.
+// Kept: a removed head keeps its own link; any other removed node gets a null link.
 void CLinkedList::Remove(CListNode* node) {
     if (node == nullptr || head == nullptr) return;
     if (head == node) {

@@ -4,9 +4,7 @@
 #include <cstdio>
 
 #include "bounded_text.h"
-#include "lifecycle.h"
 #include "log_format.h"
-#include "suite_library.h"
 
 DXSOCKS_LOG_CALLBACK g_pfnLogCallback = nullptr;
 void* g_logContext = nullptr;
@@ -18,6 +16,8 @@ constexpr size_t kTextSize = 1024;    // the formatted text
 constexpr size_t kJoinedSize = 1040;  // prefix and text
 constexpr size_t kLineCount = 255;    // delivered line: 254 characters and the terminator
 constexpr size_t kReportFormatSize = 256;
+
+ReportFormatSource g_reportFormatSource = nullptr;
 
 void LogWithPrefix(const char* prefix, const char* format, va_list arguments) {
     char text[kTextSize] = {};
@@ -43,11 +43,14 @@ void LogMessage(int, const char* format) {
     }
 }
 
+void SetReportFormatSource(ReportFormatSource source) { g_reportFormatSource = source; }
+
 void ReportMessage(int, unsigned id, ...) {
     // Looking up a missing string sets the last error, which the surrounding call may be about to report.
     int saved = WSAGetLastError();
     char format[kReportFormatSize];
-    if (g_resourceLibrary.LoadResourceString(id, format, sizeof format) > 0) {
+    ReportFormatSource source = g_reportFormatSource;
+    if (source != nullptr && source(id, format, sizeof format) > 0) {
         char text[kLineCount];
         va_list arguments;
         va_start(arguments, id);
@@ -56,6 +59,19 @@ void ReportMessage(int, unsigned id, ...) {
         LogMessage(0, text);
     }
     WSASetLastError(saved);
+}
+
+ExportLog::ExportLog(const char* exportName) : name(exportName) { SOCKS_LogString("Begin func %s", name); }
+
+ExportLog::ExportLog(const char* exportName, SOCKET s) : ExportLog(exportName) {
+    SOCKS_LogString(" socket = %d", static_cast<int>(s));
+}
+
+void ExportLog::End() const { SOCKS_LogString("End func %s", name); }
+
+void ExportLog::End(int result) const {
+    SOCKS_LogString(" result = %d", result);
+    End();
 }
 
 extern "C" {

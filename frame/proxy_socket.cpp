@@ -2,12 +2,14 @@
 
 #include <cstring>
 
+#include "bounded_text.h"
+#include "dxsocks_ids.h"
 #include "lifecycle.h"
 #include "log.h"
-#include "suite_library.h"
+#include "result_codes.h"
 
 namespace {
-constexpr int kWouldBlock = WSAEWOULDBLOCK;
+using dxcode::kWouldBlock;
 constexpr int kRetryLimit = 100;
 }  // namespace
 
@@ -17,8 +19,9 @@ bool CProxySocket::StoreProxy(const sockaddr_in* proxy, int length, const char* 
     if (proxy == nullptr || proxy->sin_addr.s_addr == 0) return false;
     size_t size = length < 0 ? 0 : static_cast<size_t>(length);
     std::memcpy(&proxyAddress, proxy, size < sizeof proxyAddress ? size : sizeof proxyAddress);
-    // A count of 511 keeps at most 510 characters and the terminator.
-    if (lstrcpynA(userId, user != nullptr ? user : "", kUserIdSize - 1) != nullptr) userId[kUserIdSize - 1] = '\0';
+    // At most 510 characters are kept; the last byte of the field stays zero.
+    CopyText(userId, kUserIdSize - 1, user);
+    userId[kUserIdSize - 1] = '\0';
     useProxy = 1;
     return true;
 }
@@ -26,8 +29,10 @@ bool CProxySocket::StoreProxy(const sockaddr_in* proxy, int length, const char* 
 void CProxySocket::ReportEvent(unsigned id) {
     const sockaddr_in* address;
     switch (id) {
-        case 2000: case 2001: case 1002: address = &targetAddress; break;
-        case 1003: address = &proxyAddress; break;
+        case IDR_CONNECT_REQUEST_DUE: case IDR_BIND_REQUEST_DUE: case IDR_CONNECT_DIRECT:
+            address = &targetAddress;
+            break;
+        case IDR_CONNECT_THROUGH_PROXY: address = &proxyAddress; break;
         default: return;
     }
     ReportMessage(0, id, inet_ntoa(address->sin_addr), static_cast<int>(ntohs(address->sin_port)),
@@ -37,7 +42,7 @@ void CProxySocket::ReportEvent(unsigned id) {
 int CProxySocket::BeginConnect(HWND parent, HWND hiddenWindow) {
     parentWindow = parent;
     if (asyncMode) WSAAsyncSelect(socket, hiddenWindow, WM_SOCKET_EVENT, FD_CONNECT);
-    ReportEvent(useProxy ? 1003 : 1002);
+    ReportEvent(useProxy ? IDR_CONNECT_THROUGH_PROXY : IDR_CONNECT_DIRECT);
     const sockaddr_in& peer = useProxy ? proxyAddress : targetAddress;
     if (connect(socket, reinterpret_cast<const sockaddr*>(&peer), sizeof peer) != SOCKET_ERROR) return 0;
     int code = WSAGetLastError();
@@ -79,7 +84,7 @@ int CProxySocket::ReadCounted(const char* owner, int windowEnd) {
             reading = 0;
             return 0;
         }
-        // A peer that closed returns 0 bytes, which is no retry: such a read goes on.
+        // Kept: a peer that closed returns 0 bytes, which is no retry: such a read goes on without a limit.
         if (retries >= kRetryLimit) return 0;
     }
 }
@@ -95,7 +100,7 @@ int CProxySocket::PeekInto(int size, unsigned* error) {
         if (code != kWouldBlock) {
             SOCKS_LogString("SocketPeek() returned err:%d", code);
             reading = 0;
-            *error = static_cast<unsigned>(-1);
+            *error = dxcode::kPeekFailed;
             return 0;
         }
         Sleep(10);
@@ -119,7 +124,7 @@ int CProxySocket::SendAs(const char* owner, const void* buffer, int length) {
         }
         sent += result;
     } while (sent < length && retries < kRetryLimit);
-    // Logged as complete also when the retries ran out short of the length.
+    // Kept: logged as complete also when the retries ran out short of the length.
     SOCKS_LogString("%s::Send - %d bytes sent.", owner, length);
     return 0;
 }
@@ -137,7 +142,7 @@ bool CProxySocket::HandOverToHost(const char* owner, HWND hiddenWindow, unsigned
                         static_cast<unsigned>(socket), static_cast<unsigned>(value));
         PostMessageA(asyncWindow, asyncMessage, static_cast<WPARAM>(socket), value);
     }
-    // By subtraction, whether or not the bit was set: a mask without it wraps.
+    // Kept: by subtraction, whether or not the bit was set: a mask without it wraps.
     uint32_t rest = asyncEvents - FD_CONNECT;
     if (rest != 0) WSAAsyncSelect(socket, asyncWindow, asyncMessage, static_cast<long>(rest));
     asyncWindow = nullptr;
@@ -157,12 +162,11 @@ void CProxySocket::OnConnected() { state = kConnected; }
 
 // Runs on a host thread while the prompt runs on the handshake's: the flags are written before the
 // prompt is told to close, so that they stand when it returns.
-void CProxySocket::OnConnectTimeout() {
+void CProxySocket::OnConnectTimeout(void (*closePrompt)()) {
     if (!passwordPrompting) return;
     passwordTimedOut = 1;
-    connectError = ERROR_TIMEOUT;
-    auto onTimeout = GetSetUIEntry<PFN_PXMSETUIDLL_OnTimeout>("PXMSETUIDLL_OnTimeout");
-    if (onTimeout != nullptr) onTimeout();
+    connectError = dxcode::kTimeout;
+    closePrompt();
 }
 
 // The proxy's address, with the port the host gave for a BIND: what the host hands its peer. The
@@ -182,7 +186,7 @@ int CProxySocket::ReleaseSocket() {
     state = kIdle;
     reading = 0;
     --useCount;
-    // A close in mid-handshake is never the last close.
+    // Kept: a close in mid-handshake is never the last close.
     if (noted == kIdle || noted == kFinished || noted == kEstablished) return useCount == 0 ? 1 : 0;
     return 0;
 }

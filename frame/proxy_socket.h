@@ -9,19 +9,22 @@
 
 #include "linked_list.h"
 
-// Handshake states. The numbering is shared by both stacks; 7 and 11 are unused by SOCKS.
+// Handshake states of both stacks, one numbering. 3 to 8 are the SOCKS stack's, 11 and 13 the HTTP
+// stack's; no state has the number 7.
 enum ProxyState : uint32_t {
-    kIdle = 0,
-    kConnected = 1,
-    kConnecting = 2,
+    kIdle = 0,                // no handshake: not begun, or abandoned by a close
+    kConnected = 1,           // the TCP connection stands; the first packet is due
+    kConnecting = 2,          // StartConnect has begun; the TCP connect is pending
     kAwaitSocks4Reply = 3,
     kAwaitMethodReply = 4,
-    kGssapiRefused = 5,
+    kGssapiRefused = 5,       // the proxy chose GSSAPI; failure follows at once
     kAwaitPasswordStatus = 6,
     kAwaitConnectReply = 8,
-    kFinished = 9,
-    kEstablished = 10,
-    kFailed = 12,
+    kFinished = 9,            // ConnectFinished has run; on success 10 follows at once
+    kEstablished = 10,        // the proxy granted the request: the socket is the host's
+    kAwaitHttpReply = 11,     // the CONNECT request is sent
+    kFailed = 12,             // a step failed; final only where ConnectFinished doesn't follow
+    kHttpCancelled = 13,      // the HTTP password prompt was cancelled; 9 follows at once
 };
 
 enum ProxyCommand : uint32_t {
@@ -56,15 +59,15 @@ struct CProxySocket : CListNode {
     bool HandOverToHost(const char* owner, HWND hiddenWindow, unsigned error);
     void PushAsyncSelect(HWND window, unsigned message, unsigned events);
     void OnConnected();
-    // The host's time limit ran out: an open password prompt is told to close, and the exchange
-    // ends in 1460 when it returns. Without an open prompt nothing changes.
-    void OnConnectTimeout();
+    // The host's time limit ran out: an open password prompt is told to close through `closePrompt`,
+    // and the exchange ends in 1460 when it returns. Without an open prompt nothing changes.
+    void OnConnectTimeout(void (*closePrompt)());
     void GetSockName(sockaddr* name, const int* length) const;
     int ReleaseSocket();
 
     int32_t lastError = 0;
     SOCKET socket;
-    uint32_t state = kIdle;
+    ProxyState state = kIdle;
     int32_t useProxy = 0;
     int32_t proxyChosen = 0;
     int32_t asyncMode = 0;

@@ -1,35 +1,19 @@
 #include "proxy_socket_manager.h"
 
 #include <new>
-#include <type_traits>
 
-#include "dxsocks_types.h"
 #include "lifecycle.h"
-#include "http_socket.h"
-#include "socks_socket.h"
+#include "result_codes.h"
 
 CProxySocketManager* g_pProxySocketManager = nullptr;
 
-namespace {
-
-// Nothing in an object says which class made it, so both classes keep to trivially destructible
-// fields and every object is freed the same way.
-static_assert(std::is_trivially_destructible_v<CSocksSocket>, "objects are freed without knowing their class");
-static_assert(std::is_trivially_destructible_v<CHttpSocket>, "objects are freed without knowing their class");
-
+// Nothing in an object says which class made it, so every object is freed the same way.
 void ReleaseProxySocket(CListNode* node) { ::operator delete(static_cast<void*>(node)); }
-
-}  // namespace
 
 CProxySocketManager::~CProxySocketManager() { Clear(ReleaseProxySocket); }
 
 CProxySocket* CProxySocketManager::AddSocket(SOCKET socket, int type) {
-    CProxySocket* object;
-    if (type == kHttpSocketType) {
-        object = new (std::nothrow) CHttpSocket(socket);
-    } else {
-        object = new (std::nothrow) CSocksSocket(socket);
-    }
+    CProxySocket* object = factory(socket, type);
     if (object != nullptr) Append(object);
     return object;
 }
@@ -62,7 +46,7 @@ int CProxySocketManager::Select(int nfds, fd_set* readfds, fd_set* writefds, fd_
         return select(nfds, readfds, writefds, exceptfds, const_cast<timeval*>(timeout));
     }
     fd_set managed = *writefds;
-    // The entry that moves into place i is not looked at: of two managed sockets side by side, the
+    // Kept: the entry that moves into place i is not looked at: of two managed sockets side by side, the
     // second stays in the set for the real select.
     for (u_int i = 0; i < writefds->fd_count && i < FD_SETSIZE; ++i) {
         if (FindSocket(writefds->fd_array[i]) == nullptr) continue;
@@ -79,7 +63,7 @@ int CProxySocketManager::Select(int nfds, fd_set* readfds, fd_set* writefds, fd_
         // No time limit here: the timeout served the real select only.
         while (object->state != kEstablished) {
             if (object->canceled) {
-                WSASetLastError(DXSOCKS_PASSWORD_CANCELLED);
+                WSASetLastError(dxcode::kPasswordCancelled);
                 return SOCKET_ERROR;
             }
             if (object->connectError != 0) {

@@ -5,6 +5,7 @@
 #include <new>
 #include <type_traits>
 
+#include "bounded_text.h"
 #include "lifecycle.h"
 
 CResourceLibrary g_resourceLibrary;
@@ -173,7 +174,7 @@ void CResourceLibrary::ReleaseLoadedModule() {
 DWORD CResourceLibrary::Initialise(HMODULE module, const char* name) {
     if (name == nullptr || name[0] == '\0') return ERROR_INVALID_PARAMETER;
     defaultModule = module;
-    lstrcpynA(baseName, name, sizeof baseName);
+    CopyText(baseName, name);
     return 0;
 }
 
@@ -183,12 +184,16 @@ HMODULE CResourceLibrary::GetHandle() {
         CPXMMSI suite(defaultModule, nullptr);
         loadedModule = suite.loadResourceLibrary(baseName, &language);
     }
-    // Kept for the life of the process: a suite library that turns up later is not asked.
+    // Kept: for the life of the process; a suite library that turns up later is not asked.
     if (loadedModule == nullptr) loadedModule = defaultModule;
     return loadedModule;
 }
 
 int CResourceLibrary::LoadResourceString(UINT id, char* buffer, int size) { return LoadStringA(GetHandle(), id, buffer, size); }
+
+int LoadReportFormat(unsigned id, char* buffer, int size) {
+    return g_resourceLibrary.LoadResourceString(id, buffer, size);
+}
 
 DWORD CResourceLibrary::SetLanguage(DWORD newLanguage) {
     ReleaseLoadedModule();
@@ -225,7 +230,8 @@ FARPROC GetSetUIProc(const char* name) {
             SetLastError(ERROR_INSUFFICIENT_BUFFER);
             return nullptr;
         }
-        wcscat(path, L"pxmSetUI.dll");
+        WideBoundedWriter joined(path + directoryLength, kSize - directoryLength);
+        joined.Put(L"pxmSetUI.dll");
         SetLastError(0);
         if (needed < kSize) {
             UINT oldMode = SetErrorMode(SEM_NOOPENFILEERRORBOX);
@@ -235,6 +241,11 @@ FARPROC GetSetUIProc(const char* name) {
     }
     if (g_hSetUILibrary == nullptr) return nullptr;
     return GetProcAddress(g_hSetUILibrary, name);
+}
+
+void CloseUIPrompt() {
+    auto onTimeout = GetSetUIEntry<PFN_PXMSETUIDLL_OnTimeout>("PXMSETUIDLL_OnTimeout");
+    if (onTimeout != nullptr) onTimeout();
 }
 
 HWND TopLevelParent(HWND window) {

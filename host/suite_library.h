@@ -135,6 +135,9 @@ private:
 
 extern CResourceLibrary g_resourceLibrary;
 
+// The log's report formats, read from g_resourceLibrary (SetReportFormatSource).
+int LoadReportFormat(unsigned id, char* buffer, int size);
+
 // The UI library, loaded on first use from this library's folder only; null until a load succeeded.
 extern HMODULE g_hSetUILibrary;
 
@@ -147,6 +150,9 @@ template <typename Entry>
 Entry GetSetUIEntry(const char* name) {
     return reinterpret_cast<Entry>(reinterpret_cast<void*>(GetSetUIProc(name)));
 }
+
+// Tells an open prompt of the UI library to close (its OnTimeout); nothing without that entry.
+void CloseUIPrompt();
 
 // The window at the top of the parent chain above `window`; null stays null.
 HWND TopLevelParent(HWND window);

@@ -4,6 +4,7 @@
 #include <cstring>
 #include <memory>
 
+#include "bounded_text.h"
 #include "log.h"
 
 OsVersionCache g_osVersion = {0, 0, 0};
@@ -18,13 +19,14 @@ static_assert(sizeof(DXSOCKS_VERSION_RECORD) == kVersionRecordSize, "the public 
 void FillVersionCache() {
     char path[261] = {};
     if (g_versionSourceFile != nullptr) {
-        lstrcpynA(path, g_versionSourceFile, sizeof path);
+        CopyText(path, g_versionSourceFile);
     } else {
         UINT length = GetSystemDirectoryA(path, sizeof path);
         if (length > 0 && length < sizeof path - sizeof "\\KERNEL32.DLL") {
-            lstrcatA(path, "\\KERNEL32.DLL");
+            BoundedWriter joined(path + length, sizeof path - length);
+            joined.Put("\\KERNEL32.DLL");
         } else {
-            lstrcpyA(path, "KERNEL32.DLL");
+            CopyText(path, "KERNEL32.DLL");
         }
     }
     DWORD handle = 0;
@@ -58,15 +60,16 @@ void FillVersionCache() {
 }  // namespace
 
 int CopyVersionRecord(const char* name, void* out, int size) {
-    SOCKS_LogString("Begin func %s", name);
+    ExportLog log(name);
     if (out == nullptr) {
-        SOCKS_LogString("End func %s", name);
+        log.End();
         return 0;
     }
     // Widened with its sign and compared without it: a negative size copies the whole record.
     unsigned long long wanted = static_cast<unsigned long long>(static_cast<long long>(size));
     size_t count = wanted < kVersionRecordSize ? static_cast<size_t>(wanted) : kVersionRecordSize;
     std::memcpy(out, &g_versionRecord, count);
+    // Kept: the success path logs no end line.
     return 1;
 }
 

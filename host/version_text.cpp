@@ -2,7 +2,9 @@
 
 #include <cstdlib>
 
-const VersionRecord g_versionRecord = {25, 2, 133, 4, 0xFACE, __DATE__, __TIME__};
+// The build passes the project's version (cmake/sources.cmake).
+const VersionRecord g_versionRecord = {DX_VERSION_MAJOR, DX_VERSION_MINOR, DX_VERSION_PATCH, DX_VERSION_TWEAK, 0xFACE,
+                                       __DATE__, __TIME__};
 
 namespace {
 

@@ -4,6 +4,7 @@
 #include "http_socket.h"
 #include "lifecycle.h"
 #include "log.h"
+#include "suite_library.h"
 #include "proxy_socket_manager.h"
 #include "version_info.h"
 
@@ -62,18 +63,18 @@ extern "C" {
 SOCKET HTTP_accept(SOCKET s, sockaddr* addr, int* addrlen) { return accept(s, addr, addrlen); }
 
 int HTTP_bind(SOCKET s, const sockaddr* name, int namelen) {
-    LogBegin("HTTP_bind", s);
+    ExportLog log("HTTP_bind", s);
     int result = CallWithAddressRecord(HTTP_BindEx, s, name, namelen);
-    LogEnd("HTTP_bind", result);
+    log.End(result);
     return result;
 }
 
 int HTTP_closesocket(SOCKET s) { return CloseManagedSocket("HTTP_closesocket", s); }
 
 int HTTP_connect(SOCKET s, const sockaddr* name, int namelen) {
-    LogBegin("HTTP_connect", s);
+    ExportLog log("HTTP_connect", s);
     int result = CallWithAddressRecord(HTTP_ConnectEx, s, name, namelen);
-    LogEnd("HTTP_connect", result);
+    log.End(result);
     return result;
 }
 
@@ -83,7 +84,7 @@ int HTTP_getsockname(SOCKET s, sockaddr* name, int* namelen) {
 
 // FIONBIO makes the exchange event driven whatever the argument says.
 int HTTP_ioctlsocket(SOCKET s, long command, u_long* argument) {
-    LogBegin("HTTP_ioctlsocket", s);
+    ExportLog log("HTTP_ioctlsocket", s);
     if (command == static_cast<long>(FIONBIO)) {
         CHttpSocket* object = FindOrAddHttpSocket(s);
         // INVALID_SOCKET gets no object; the real call then reports the handle.
@@ -92,7 +93,7 @@ int HTTP_ioctlsocket(SOCKET s, long command, u_long* argument) {
     }
     int result = ioctlsocket(s, command, argument);
     if (result == SOCKET_ERROR) result = WSAGetLastError();
-    LogEnd("HTTP_ioctlsocket", result);
+    log.End(result);
     return result;
 }
 
@@ -110,9 +111,10 @@ int HTTP_Startup(void* table, int size) {
     return StartFamily(kHttpFamily, "HTTP_Startup", table, size, kHttpDispatchTable, sizeof kHttpDispatchTable);
 }
 
-// Unlike SOCKS_Cleanup this pumps nothing: it waits for the thread 1 s, then ends it.
+// Kept: unlike SOCKS_Cleanup this pumps nothing; it waits for the thread 1 s, then ends it, wherever
+// it stands (even inside the host's password callback).
 int HTTP_Cleanup(void) {
-    SOCKS_LogString("Begin func %s", "HTTP_Cleanup");
+    ExportLog log("HTTP_Cleanup");
     --g_httpStartupCount;
     if (g_httpStartupCount == 0 && IsWindow(g_hHttpWindow)) {
         g_httpThreadDone = 0;
@@ -122,7 +124,7 @@ int HTTP_Cleanup(void) {
             if (WaitForSingleObject(g_hHttpThread, kCleanupWaitMs) != WAIT_OBJECT_0) TerminateThread(g_hHttpThread, 0);
         }
     }
-    SOCKS_LogString("End func %s", "HTTP_Cleanup");
+    log.End();
     return 1;
 }
 
@@ -132,10 +134,10 @@ void HTTP_SetPasswordCallback(void* context, DXSOCKS_PASSWORD_CALLBACK callback)
 }
 
 int HTTP_SetProxy(SOCKET s, const sockaddr_in* proxy, int length, const char* user, unsigned int authenticate) {
-    LogBegin("HTTP_SetProxy", s);
+    ExportLog log("HTTP_SetProxy", s);
     CHttpSocket* object = FindOrAddHttpSocket(s);
     if (object != nullptr) object->SetProxy(proxy, length, user, authenticate);
-    SOCKS_LogString("End func %s", "HTTP_SetProxy");
+    log.End();
     return object != nullptr ? 0 : 1;
 }
 
@@ -158,7 +160,7 @@ unsigned int HTTP_GetConnectError(SOCKET s) { return ReadConnectError("HTTP_GetC
 
 void HTTP_CleanupSocket(SOCKET s) { CleanupManagedSocket("HTTP_CleanupSocket", s); }
 
-void HTTP_ConnectTimeout(SOCKET s) { ReportConnectTimeout("HTTP_ConnectTimeout", s, false); }
+void HTTP_ConnectTimeout(SOCKET s) { ReportConnectTimeout("HTTP_ConnectTimeout", s, false, CloseUIPrompt); }
 
 void HTTP_SetParentHWND(HWND window) { StoreParentWindow("HTTP_SetParentHWND", window); }
 

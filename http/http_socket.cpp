@@ -9,18 +9,20 @@
 
 #include "base64.h"
 #include "bounded_text.h"
+#include "dxsocks_ids.h"
 #include "dxsocks_types.h"
 #include "http_wire.h"
 #include "lifecycle.h"
 #include "log.h"
 #include "proxy_socket_manager.h"
 #include "resolver.h"
+#include "result_codes.h"
 #include "suite_library.h"
 
 namespace {
 
 constexpr char kOwner[] = "CHttpSocket";
-constexpr int kWouldBlock = WSAEWOULDBLOCK;
+using dxcode::kWouldBlock;
 constexpr int kTargetSize = 1060;        // wide characters of "host:port"
 constexpr int kHostPortTextSize = 1059;  // what AddressToHostPortText needs at the least
 constexpr int kCredentialsSize = 1024;   // wide characters of the credential text
@@ -58,7 +60,7 @@ int CHttpSocket::StartConnect(unsigned newCommand, const char* host, unsigned po
 
     // The destination travels as text: a name that only the proxy can resolve must not stop it.
     ResolveHostPort(host, port, &targetAddress);
-    if (host != nullptr) CopyText(targetHost, sizeof targetHost, host);
+    if (host != nullptr) CopyText(targetHost, host);
     std::snprintf(targetService, sizeof targetService, "%u", port);
 
     // In event mode the state reads 1 while the TCP connect is still under way. It is written before
@@ -68,7 +70,7 @@ int CHttpSocket::StartConnect(unsigned newCommand, const char* host, unsigned po
     int outcome = ConnectToServer(parent);
     if (outcome == 0) {
         if (!asyncMode) state = kConnected;
-        ReportEvent(command == kCommandConnect ? 2000 : 2001);
+        ReportEvent(command == kCommandConnect ? IDR_CONNECT_REQUEST_DUE : IDR_BIND_REQUEST_DUE);
         if (!asyncMode && state != kEstablished) {
             do {
                 outcome = ProcessState();
@@ -110,7 +112,7 @@ int CHttpSocket::ProcessHttpState() {
         }
         if (canceled) {
             state = kHttpCancelled;
-            ConnectFinished(DXSOCKS_PASSWORD_CANCELLED);
+            ConnectFinished(dxcode::kPasswordCancelled);
         } else {
             state = kFailed;
             ConnectFinished(static_cast<unsigned>(result));
@@ -130,7 +132,7 @@ int CHttpSocket::ProcessHttpState() {
         result = OnRead(seen);
     }
     unsigned code = static_cast<unsigned>(WSAGetLastError());
-    // A proxy that closes in silence leaves the first byte at 0, and that counts as success.
+    // Kept: a proxy that closes in silence leaves the first byte at 0, and that counts as success.
     if (result == 0 && receiveBuffer[0] != 0 && OnHttpResponse(&code) != 0) result = -1;
     if (result == 0) {
         ConnectFinished(0);
@@ -172,12 +174,12 @@ int CHttpSocket::SendHttpAuthentication() {
     if (passwordTimedOut) {
         canceled = 0;
         SOCKS_LogString("CHttpSocket::SendHttpAuthentication - Password request timeout.");
-        WSASetLastError(ERROR_TIMEOUT);
+        WSASetLastError(dxcode::kTimeout);
         return -1;
     }
     if (canceled) {
         SOCKS_LogString("CHttpSocket::SendHttpAuthentication - Password request cancelled.");
-        WSASetLastError(DXSOCKS_PASSWORD_CANCELLED);
+        WSASetLastError(dxcode::kPasswordCancelled);
         return -1;
     }
 
@@ -197,7 +199,7 @@ int CHttpSocket::SendHttpAuthentication() {
     // The narrow block is sized for the UTF-8 text, so that letters beyond ASCII never cut the request.
     int narrowSize = WideCharToMultiByte(CP_UTF8, 0, request, -1, nullptr, 0, nullptr, nullptr);
     char* narrow = new (std::nothrow) char[narrowSize > 0 ? narrowSize : 1]();
-    if (narrow == nullptr) return WSAENOBUFS;
+    if (narrow == nullptr) return dxcode::kNoBuffers;
     WideCharToMultiByte(CP_UTF8, 0, request, -1, narrow, narrowSize, nullptr, nullptr);
     SOCKS_LogString("CHttpSocket::SendHttpAuthentication - Sending HTTP proxy authentication request.\n%s", narrow);
     int result = Send(narrow, lstrlenA(narrow));
@@ -208,7 +210,7 @@ int CHttpSocket::SendHttpAuthentication() {
 int CHttpSocket::createUTF8UsernamePassword(wchar_t* out, int size) {
     SOCKS_LogString("CHttpSocket::createUTF8UsernamePassword - Creating username:password for authentication.");
     char text[kCredentialTextSize] = {};
-    lstrcpyA(text, userId);
+    CopyText(text, userId);
     size_t userLength = std::strlen(text);
     char* password = text + userLength + 1;
     *password = '\0';
@@ -259,7 +261,7 @@ int CHttpSocket::PromptPassword(const char* address, char* password, int size) {
     bool usable = password != nullptr && size > 0;
     if (usable) password[0] = '\0';
     DWORD result = AskPasswordPrompt(1, parentWindow, userId, address, static_cast<DWORD>(size), [&](const char* text) {
-        if (usable) lstrcpynA(password, text, size);
+        if (usable) CopyText(password, static_cast<size_t>(size), text);
     });
     return result == 1 && usable && password[0] != '\0' ? 1 : 0;
 }
@@ -284,10 +286,10 @@ int CHttpSocket::OnHttpResponse(unsigned* error) {
             SOCKS_LogString("CHttpSocket::OnHttpResponse - OK 200. '%s'", reply.reason);
             *error = 0;
             return 0;
-        case kHttpNotFound:
+        case dxcode::kHttpNotFound:
             SOCKS_LogString("CHttpSocket::OnHttpResponse - Unable to resolve host name 404: '%s'", reply.reason);
             break;
-        case kHttpAuthRequired:
+        case dxcode::kProxyAuthFailed:
             SOCKS_LogString("CHttpSocket::OnHttpResponse - Proxy Authentication Required 407: '%s'", reply.reason);
             break;
         default:
@@ -326,7 +328,7 @@ int AddressToHostPortText(const sockaddr* address, int length, wchar_t* out, int
 int httpHiddenOnSocketEvent(SOCKET s, unsigned error, unsigned events) {
     SOCKS_LogString("httpHiddenOnSocketEvent(socket:%d,error:%d,FD event:%x)", static_cast<int>(s),
                     static_cast<int>(error), events);
-    // A close during the exchange changes no state.
+    // Kept: a close during the exchange changes no state.
     if (events & FD_CLOSE) {
         SOCKS_LogString("httpHiddenOnSocketEvent(FD_CLOSE). Error %d", static_cast<int>(error));
         return 1;

@@ -6,9 +6,6 @@
 #include "dxsocks_types.h"
 #include "proxy_socket.h"
 
-constexpr uint32_t kAwaitHttpReply = 11;
-constexpr uint32_t kHttpCancelled = 13;
-
 class CHttpSocket : public CProxySocket {
 public:
     explicit CHttpSocket(SOCKET s);

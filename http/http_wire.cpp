@@ -1,11 +1,10 @@
 #include "http_wire.h"
 
+#include "result_codes.h"
+
 #include <cstdint>
 #include <cstring>
 
-namespace {
-constexpr unsigned kConnectionRefused = 10061;
-}  // namespace
 
 HttpStatus ParseHttpStatus(const char* text) {
     HttpStatus result = {};
@@ -36,8 +35,8 @@ HttpStatus ParseHttpStatus(const char* text) {
 unsigned HttpStatusError(int status) {
     switch (status) {
         case 200: return 0;
-        case 404: return kHttpNotFound;
-        case 407: return kHttpAuthRequired;
-        default: return kConnectionRefused;
+        case 404: return dxcode::kHttpNotFound;
+        case 407: return dxcode::kProxyAuthFailed;
+        default: return dxcode::kConnectionRefused;
     }
 }

@@ -4,8 +4,6 @@
 #include <cstddef>
 
 constexpr size_t kHttpReasonSize = 256;
-constexpr unsigned kHttpNotFound = 65532;       // the proxy could not resolve the destination
-constexpr unsigned kHttpAuthRequired = 65533;   // proxy authentication required or refused
 
 struct HttpStatus {
     int status;                     // 500 when the text has no blank at all; 0 without digits

@@ -1,19 +1,20 @@
 #include "socks5_wire.h"
 
-#include <cstring>
+#include "bounded_text.h"
 
 size_t BuildSocks5MethodSelect(bool withUser, uint8_t out[kMethodSelectMaxSize]) {
-    out[0] = kSocks5Version;
+    ByteWriter select(out, kMethodSelectMaxSize);
+    select.Put(kSocks5Version);
     if (!withUser) {
-        out[1] = 1;
-        out[2] = kMethodNoAuthentication;
-        return 3;
+        select.Put(1);
+        select.Put(kMethodNoAuthentication);
+    } else {
+        // Username/password is offered ahead of no authentication.
+        select.Put(2);
+        select.Put(kMethodUserPassword);
+        select.Put(kMethodNoAuthentication);
     }
-    // Username/password is offered ahead of no authentication.
-    out[1] = 2;
-    out[2] = kMethodUserPassword;
-    out[3] = kMethodNoAuthentication;
-    return 4;
+    return select.Position();
 }
 
 Socks5RequestLayout LayoutSocks5Request(uint32_t networkAddress, size_t nameLength) {
@@ -24,17 +25,17 @@ Socks5RequestLayout LayoutSocks5Request(uint32_t networkAddress, size_t nameLeng
 void WriteSocks5Request(const Socks5RequestLayout& layout, uint8_t command, uint32_t networkAddress,
                         uint16_t networkPort, const char* name, size_t nameLength, uint16_t hostPort,
                         uint8_t* out) {
-    out[0] = kSocks5Version;
-    out[1] = command;
-    out[2] = 0;
-    out[3] = layout.addressType;
+    ByteWriter request(out, layout.size);
+    request.Put(kSocks5Version);
+    request.Put(command);
+    request.Put(0);
+    request.Put(layout.addressType);
     if (layout.addressType == kAddressTypeIPv4) {
-        std::memcpy(out + 4, &networkAddress, 4);
-        std::memcpy(out + 8, &networkPort, 2);
+        request.Put(&networkAddress, 4);
+        request.Put(&networkPort, 2);
         return;
     }
-    out[4] = static_cast<uint8_t>(nameLength & 0xff);
-    std::memcpy(out + 5, name, nameLength);
-    out[5 + nameLength] = static_cast<uint8_t>(hostPort >> 8);
-    out[6 + nameLength] = static_cast<uint8_t>(hostPort & 0xff);
+    request.Put(static_cast<uint8_t>(nameLength & 0xff));
+    request.Put(name, nameLength);
+    request.PutBig16(hostPort);
 }

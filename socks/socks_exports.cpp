@@ -6,8 +6,10 @@
 #include "log.h"
 #include "proxy_socket_manager.h"
 #include "resolver.h"
+#include "result_codes.h"
 #include "socks_api.h"
 #include "socks_socket.h"
+#include "suite_library.h"
 #include "version_info.h"
 
 namespace {
@@ -63,7 +65,7 @@ int socksHiddenOnSocketEvent(SOCKET s, unsigned error, unsigned events) {
                     static_cast<int>(error), events);
     CSocksSocket* object = FindSocksSocket(s);
     if (object == nullptr) return 1;
-    // An FD_CONNECT that carries an error does nothing: the host's own time-out ends its wait.
+    // Kept: an FD_CONNECT that carries an error does nothing; the host's own time-out ends its wait.
     if ((events & FD_CONNECT) && error == 0) {
         object->OnConnected();
         error = static_cast<unsigned>(object->ProcessState());
@@ -79,7 +81,7 @@ int socksHiddenOnSocketEvent(SOCKET s, unsigned error, unsigned events) {
 extern "C" {
 
 SOCKET SOCKS_accept(SOCKET s, sockaddr* addr, int* addrlen) {
-    LogBegin("SOCKS_accept", s);
+    ExportLog log("SOCKS_accept", s);
     LogAddress("Begin addr %s:%d", addr);
     CSocksSocket* object = FindSocksSocket(s);
     SOCKET result;
@@ -107,7 +109,7 @@ SOCKET SOCKS_accept(SOCKET s, sockaddr* addr, int* addrlen) {
                             object->bytesRequested);
             if (object->bytesRead < object->bytesRequested) {
                 result = INVALID_SOCKET;
-                error = WSAEWOULDBLOCK;
+                error = dxcode::kWouldBlock;
             } else {
                 object->readPointer = nullptr;
                 object->bytesRead = 0;
@@ -124,31 +126,31 @@ SOCKET SOCKS_accept(SOCKET s, sockaddr* addr, int* addrlen) {
                     result = s;
                 } else {
                     result = INVALID_SOCKET;
-                    error = WSAECONNREFUSED;
+                    error = dxcode::kConnectionRefused;
                 }
             }
         }
     }
     LogAddress("End addr %s:%d", addr);
     SOCKS_LogString("WinSock Error = %d", error);
-    LogEnd("SOCKS_accept", static_cast<int>(result));
+    log.End(static_cast<int>(result));
     WSASetLastError(error);
     return result;
 }
 
 int SOCKS_bind(SOCKET s, const sockaddr* name, int namelen) {
-    LogBegin("SOCKS_bind", s);
+    ExportLog log("SOCKS_bind", s);
     int result = CallWithAddressRecord(SOCKS_BindEx, s, name, namelen);
-    SOCKS_LogString("End func %s", "SOCKS_bind");
+    log.End();
     return result;
 }
 
 int SOCKS_closesocket(SOCKET s) { return CloseManagedSocket("SOCKS_closesocket", s); }
 
 int SOCKS_connect(SOCKET s, const sockaddr* name, int namelen) {
-    LogBegin("SOCKS_connect", s);
+    ExportLog log("SOCKS_connect", s);
     int result = CallWithAddressRecord(SOCKS_ConnectEx, s, name, namelen);
-    SOCKS_LogString("End func %s", "SOCKS_connect");
+    log.End();
     return result;
 }
 
@@ -157,11 +159,11 @@ int SOCKS_getsockname(SOCKET s, sockaddr* name, int* namelen) {
 }
 
 int SOCKS_ioctlsocket(SOCKET s, long command, u_long* argument) {
-    LogBegin("SOCKS_ioctlsocket", s);
+    ExportLog log("SOCKS_ioctlsocket", s);
     int result;
     if (argument == nullptr) {
-        WSASetLastError(WSAEFAULT);
-        result = WSAEFAULT;
+        WSASetLastError(dxcode::kFault);
+        result = dxcode::kFault;
     } else {
         if (command == static_cast<long>(FIONBIO)) {
             CSocksSocket* object = FindOrAddSocksSocket(s);
@@ -172,7 +174,7 @@ int SOCKS_ioctlsocket(SOCKET s, long command, u_long* argument) {
         result = ioctlsocket(s, command, argument);
         if (result == SOCKET_ERROR) result = WSAGetLastError();
     }
-    LogEnd("SOCKS_ioctlsocket", result);
+    log.End(result);
     return result;
 }
 
@@ -191,15 +193,15 @@ int SOCKS_Startup(void* table, int size) {
 }
 
 int SOCKS_Cleanup(void) {
-    SOCKS_LogString("Begin func %s", "SOCKS_Cleanup");
+    ExportLog log("SOCKS_Cleanup");
     --g_socksStartupCount;
     if (g_socksStartupCount == 0 && IsWindow(g_hSocksWindow)) {
         g_socksThreadDone = 0;
         PostMessageA(g_hSocksWindow, WM_CLOSE, 0, 0);
-        // No time limit: a hidden thread that never ends keeps this call here.
+        // Kept: no time limit; a hidden thread that never ends keeps this call here.
         while (IsWindow(g_hSocksWindow) || !g_socksThreadDone) PumpOneMessage();
     }
-    SOCKS_LogString("End func %s", "SOCKS_Cleanup");
+    log.End();
     return 1;
 }
 
@@ -233,14 +235,14 @@ unsigned int SOCKS_GetConnectError(SOCKET s) { return ReadConnectError("SOCKS_Ge
 void SOCKS_CleanupSocket(SOCKET s) { CleanupManagedSocket("SOCKS_CleanupSocket", s); }
 
 int SOCKS_SetProxyEx(SOCKET s, const sockaddr_in* proxy, int length, const char* userId, unsigned int version) {
-    LogBegin("SOCKS_SetProxyEx", s);
+    ExportLog log("SOCKS_SetProxyEx", s);
     CSocksSocket* object = FindOrAddSocksSocket(s);
     if (object != nullptr) object->SetProxy(proxy, length, userId, version);
-    SOCKS_LogString("End func %s", "SOCKS_SetProxyEx");
+    log.End();
     return object != nullptr ? 0 : 1;
 }
 
-void SOCKS_ConnectTimeout(SOCKET s) { ReportConnectTimeout("SOCKS_ConnectTimeout", s, true); }
+void SOCKS_ConnectTimeout(SOCKET s) { ReportConnectTimeout("SOCKS_ConnectTimeout", s, true, CloseUIPrompt); }
 
 void SOCKS_SetParentHWND(HWND window) { StoreParentWindow("SOCKS_SetParentHWND", window); }
 

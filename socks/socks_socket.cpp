@@ -6,9 +6,11 @@
 #include <new>
 
 #include "bounded_text.h"
+#include "dxsocks_ids.h"
 #include "lifecycle.h"
 #include "log.h"
 #include "resolver.h"
+#include "result_codes.h"
 #include "socks5_wire.h"
 #include "socks_password.h"
 #include "suite_library.h"
@@ -20,7 +22,7 @@ constexpr char kOwner[] = "CSocksSocket";
 constexpr int kPasswordSize = 260;
 // The prompt's password is measured within 130 characters, and a longer one counts as none.
 constexpr size_t kLongestPromptedPassword = 129;
-constexpr int kWouldBlock = WSAEWOULDBLOCK;
+using dxcode::kWouldBlock;
 // The SOCKS replies all fit here; a counted read never asks for more than what is left of it.
 constexpr int kReadWindow = 64;
 
@@ -52,13 +54,13 @@ int CSocksSocket::StartConnect(unsigned newCommand, const char* host, unsigned p
     int outcome = ResolveHostPort(host, port, &targetAddress);
     // Version 5 sends the name to the proxy when it doesn't resolve here.
     if (outcome == 0 || (protocolVersion == 5 && host != nullptr)) {
-        CopyText(targetHost, sizeof targetHost, host);
+        CopyText(targetHost, host);
         std::snprintf(targetService, sizeof targetService, "%u", port);
         targetPort = static_cast<uint16_t>(port);
         outcome = ConnectToServer(parent);
         if (outcome == 0) {
             if (!asyncMode) state = kConnected;
-            ReportEvent(command == kCommandConnect ? 2000 : 2001);
+            ReportEvent(command == kCommandConnect ? IDR_CONNECT_REQUEST_DUE : IDR_BIND_REQUEST_DUE);
             if (!asyncMode) {
                 while (state != kEstablished && outcome == 0) outcome = ProcessState();
             }
@@ -102,7 +104,7 @@ int CSocksSocket::ProcessSocks4State() {
             return result;
         }
         case kAwaitSocks4Reply: {
-            // Each event starts the read afresh: pieces of a reply from earlier events are lost.
+            // Kept: each event starts the read afresh; pieces of a reply from earlier events are lost.
             StartReading(kSocks4PacketSize);
             int result = OnRead();
             if (result != 0) return result;
@@ -117,13 +119,15 @@ int CSocksSocket::ProcessSocks4State() {
 
 int CSocksSocket::SendSocks4Request() {
     uint32_t address = AddressOf(targetAddress);
-    socks4Packet[0] = 4;
-    socks4Packet[1] = static_cast<uint8_t>(command);
-    std::memcpy(socks4Packet + 2, &targetAddress.sin_port, 2);
-    if (address == 0) return WSAHOST_NOT_FOUND;
+    // Kept: a destination without an address leaves the first four bytes written, the rest as it was.
+    ByteWriter header(socks4Packet, sizeof socks4Packet);
+    header.Put(4);
+    header.Put(static_cast<uint8_t>(command));
+    header.Put(&targetAddress.sin_port, 2);
+    if (address == 0) return dxcode::kHostNotFound;
     BuildSocks4Header(socks4Packet, static_cast<uint8_t>(command), targetAddress.sin_port, address);
     SOCKS_LogString("CSocksSocket::ProcessState - Sending SOCKS protocol header.");
-    // Send reports failure as a positive code, so this test lets it pass and the user id follows.
+    // Kept: Send reports failure as a positive code, so this test lets it pass and the user id follows.
     if (Send(socks4Packet, kSocks4PacketSize) == -1) return -1;
     SOCKS_LogString("CSocksSocket::ProcessState - Sending SOCKS user id.");
     return Send(userId, static_cast<int>(std::strlen(userId)) + 1);
@@ -158,7 +162,7 @@ int CSocksSocket::ProcessSocks5State() {
         case kAwaitMethodReply: {
             int error = PeekReply(2, false);
             if (error != 0) return FailHandshake(error);
-            // A reply that doesn't begin with 5 is dropped, and the state waits on.
+            // Kept: a reply that doesn't begin with 5 is dropped, and the state waits on.
             if (receiveBuffer[0] == kSocks5Version) {
                 int result = OnMethodRecv();
                 if (result != 0) error = FailHandshake(result);
@@ -198,17 +202,17 @@ int CSocksSocket::PeekReply(int tries, bool tenWhenGranted) {
         seen = SocketPeek(&error);
         if (error != static_cast<unsigned>(kWouldBlock)) break;
     }
-    if (seen != 0 && error != static_cast<unsigned>(-1) && error != static_cast<unsigned>(kWouldBlock)) {
+    if (seen != 0 && error != dxcode::kPeekFailed && error != static_cast<unsigned>(kWouldBlock)) {
         StartReading(tenWhenGranted && receiveBuffer[1] == 0 ? 10 : seen);
         error = static_cast<unsigned>(OnRead());
     }
     return static_cast<int>(error);
 }
 
-// Every version 5 failure reaches the host as a refusal, whatever the cause was.
+// Kept: every version 5 failure reaches the host as a refusal, whatever the cause was.
 int CSocksSocket::FailHandshake(int error) {
     state = kFailed;
-    ConnectFinished(WSAECONNREFUSED);
+    ConnectFinished(dxcode::kConnectionRefused);
     return error;
 }
 
@@ -226,10 +230,10 @@ int CSocksSocket::SendSocks5Request() {
     size_t nameLength = std::strlen(targetHost);
     Socks5RequestLayout layout = LayoutSocks5Request(address, nameLength);
     auto* request = new (std::nothrow) uint8_t[layout.size]();
-    if (request == nullptr) return WSAEINVAL;
+    if (request == nullptr) return dxcode::kInvalid;
     if (layout.addressType == kAddressTypeName && nameLength == 0) {
         delete[] request;
-        return WSAEINVAL;
+        return dxcode::kInvalid;
     }
     WriteSocks5Request(layout, static_cast<uint8_t>(command), address, targetAddress.sin_port, targetHost,
                        nameLength, targetPort, request);
@@ -269,11 +273,11 @@ int CSocksSocket::OnMethodRecv() {
         state = result == 0 ? kAwaitPasswordStatus : kFailed;
     } else if (passwordTimedOut) {
         SOCKS_LogString("CSocksSocket::OnMethodRecv - Password dialog timeout.");
-        ConnectFinished(ERROR_TIMEOUT);
+        ConnectFinished(dxcode::kTimeout);
     } else {
         canceled = 1;
         SOCKS_LogString("CSocksSocket::OnMethodRecv - Password dialog cancelled.");
-        ConnectFinished(DXSOCKS_PASSWORD_CANCELLED);
+        ConnectFinished(dxcode::kPasswordCancelled);
     }
     SecureZeroMemory(password, sizeof password);
     if (!send) state = kFailed;
@@ -298,7 +302,7 @@ bool CSocksSocket::PromptPassword(const char* proxyText, wchar_t* password) {
         if (MultiByteToWideChar(GetACP(), 0, text, -1, password, kPasswordSize) == 0) password[0] = L'\0';
         password[kPasswordSize - 1] = L'\0';
     });
-    // A password of 130 characters or more has no terminator in this window and counts as none.
+    // Kept: a password of 130 characters or more has no terminator in this window and counts as none.
     size_t length = wcsnlen(password, kLongestPromptedPassword + 1);
     if (length > kLongestPromptedPassword) length = 0;
     return result == 1 && length != 0;
@@ -311,7 +315,7 @@ int CSocksSocket::SendPassword(const wchar_t* password) {
     char converted[4 * kPasswordSize] = {};
     if (WideCharToMultiByte(CP_ACP, 0, password, static_cast<int>(count), converted, sizeof converted - 1, nullptr,
                             nullptr) > 0) {
-        CopyText(narrow, sizeof narrow, converted);
+        CopyText(narrow, converted);
     }
     uint8_t request[kPasswordRequestSize] = {};
     size_t userLength = std::strlen(userId);

@@ -6,6 +6,7 @@
 #include "bench.h"
 #include "lifecycle.h"
 #include "log_capture.h"
+#include "proxy_socket_factory.h"
 #include "proxy_socket_manager.h"
 #include "socks_api.h"
 #include "socks_socket.h"
@@ -15,7 +16,7 @@ namespace {
 class HiddenWindowTest : public ::testing::Test {
 protected:
     void SetUp() override {
-        g_pProxySocketManager = new CProxySocketManager();
+        g_pProxySocketManager = new CProxySocketManager(MakeProxySocket);
         ASSERT_EQ(SOCKS_Startup(nullptr, 0), 1);
         ASSERT_TRUE(IsWindow(g_hSocksWindow));
     }
@@ -53,7 +54,7 @@ TEST_F(HiddenWindowTest, ReadInTheEstablishedStateIsNotAStep) {
 
 TEST_F(HiddenWindowTest, ReadInAStateWithoutAStepFailsAndIsLogged) {
     auto* object = static_cast<CSocksSocket*>(g_pProxySocketManager->AddSocket(779, kSocksSocketType));
-    for (uint32_t state : {kIdle, kFinished, kFailed}) {
+    for (ProxyState state : {kIdle, kFinished, kFailed}) {
         object->state = state;
         dxtest::LogCapture capture;
         Deliver(779, FD_READ);
@@ -83,7 +84,7 @@ TEST_F(HiddenWindowTest, ConnectWithoutAnErrorMakesTheFirstStep) {
 }
 
 TEST(RegistryTest, NonBlockingModeAloneMakesAnIdleObject) {
-    g_pProxySocketManager = new CProxySocketManager();
+    g_pProxySocketManager = new CProxySocketManager(MakeProxySocket);
     SOCKET s = dxtest::MakeTcpSocket();
     u_long on = 1;
     EXPECT_EQ(SOCKS_ioctlsocket(s, FIONBIO, &on), 0);

@@ -18,6 +18,7 @@
 #include "http_wire.h"
 #include "lifecycle.h"
 #include "log_capture.h"
+#include "proxy_socket_factory.h"
 #include "proxy_socket_manager.h"
 #include "socks_api.h"
 #include "socks_socket.h"
@@ -102,7 +103,7 @@ TEST(HttpStatusLineTest, OnlyTwoHundredSucceeds) {
 class HttpSocketTest : public ::testing::Test {
 protected:
     void SetUp() override {
-        g_pProxySocketManager = new CProxySocketManager();
+        g_pProxySocketManager = new CProxySocketManager(MakeProxySocket);
         listener = dxtest::MakeTcpSocket();
         sockaddr_in any = Address("127.0.0.1", 0);
         ASSERT_EQ(bind(listener, reinterpret_cast<sockaddr*>(&any), sizeof any), 0);
@@ -604,9 +605,9 @@ TEST_F(HttpSocketTest, State11WithAFailingPeekEndsIn12WithTheWinsockError) {
 }
 
 TEST_F(HttpSocketTest, OtherStatesAreNoStep) {
-    for (uint32_t state : std::vector<uint32_t>{kIdle, kConnecting, kFinished, kEstablished, kFailed, kHttpCancelled, 3, 8}) {
+    for (uint32_t state : std::vector<uint32_t>{kIdle, kConnecting, kFinished, kEstablished, kFailed, kHttpCancelled, kAwaitSocks4Reply, kAwaitConnectReply}) {
         CHttpSocket object(1);
-        object.state = state;
+        object.state = static_cast<ProxyState>(state);
         dxtest::LogCapture capture;
         EXPECT_EQ(object.ProcessHttpState(), -1) << state;
         EXPECT_EQ(object.state, state);
@@ -790,7 +791,7 @@ TEST_F(HttpHiddenEventTest, ReadInState12StopsTheEventsOfTheSocket) {
         dxtest::HostWindow window;
         ASSERT_EQ(WSAAsyncSelect(pair.host, window.Handle(), dxtest::HostWindow::kSocketMessage, FD_READ), 0);
         CHttpSocket* object = Registered(pair.host);
-        object->state = state;
+        object->state = static_cast<ProxyState>(state);
         dxtest::LogCapture capture;
         httpHiddenOnSocketEvent(pair.host, 0, FD_READ);
         EXPECT_EQ(capture.Lines(), Lines{EventLine(pair.host, 0, FD_READ)});
@@ -818,7 +819,7 @@ TEST_F(HttpHiddenEventTest, ReadWhileAStepIsUnderWayReportsNothing) {
 TEST_F(HttpHiddenEventTest, ReadInAStateWithoutAStepFailsAndIsLogged) {
     for (uint32_t state : {kIdle, kFinished}) {
         CHttpSocket* object = Registered(Own(dxtest::MakeTcpSocket()));
-        object->state = state;
+        object->state = static_cast<ProxyState>(state);
         dxtest::LogCapture capture;
         httpHiddenOnSocketEvent(object->socket, 0, FD_READ);
         Lines expected = {EventLine(object->socket, 0, FD_READ), Line("httpHiddenOnSocketEvent(FD_READ). Error -1")};

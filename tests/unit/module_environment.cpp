@@ -4,7 +4,9 @@
 #include <gtest/gtest.h>
 
 #include "lifecycle.h"
+#include "log.h"
 #include "module_files.h"
+#include "suite_library.h"
 
 namespace {
 
@@ -14,8 +16,11 @@ public:
         module = LoadLibraryA(dxtest::BesideProgram("..\\doubles\\standin\\standin.dll").c_str());
         ASSERT_NE(module, nullptr);
         g_hModule = module;
+        // As the entry routine does at attach.
+        SetReportFormatSource(LoadReportFormat);
     }
     void TearDown() override {
+        SetReportFormatSource(nullptr);
         g_hModule = nullptr;
         FreeLibrary(module);
     }

@@ -12,6 +12,7 @@
 #include "lifecycle.h"
 #include "log_capture.h"
 #include "module_files.h"
+#include "proxy_socket_factory.h"
 #include "proxy_socket_manager.h"
 #include "socks_api.h"
 #include "socks_socket.h"
@@ -40,7 +41,7 @@ protected:
         script = Export<PFN_UiDoubleScript>(ui, "UiDoubleScript");
         recording = Export<PFN_UiDoubleRecording>(ui, "UiDoubleRecording");
         Export<PFN_UiDoubleReset>(ui, "UiDoubleReset")();
-        g_pProxySocketManager = new CProxySocketManager();
+        g_pProxySocketManager = new CProxySocketManager(MakeProxySocket);
 
         listener = dxtest::MakeTcpSocket();
         sockaddr_in any = dxtest::Loopback(0);

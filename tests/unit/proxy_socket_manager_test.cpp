@@ -3,13 +3,14 @@
 #include <gtest/gtest.h>
 
 #include "log_capture.h"
+#include "proxy_socket_factory.h"
 #include "socks_socket.h"
 
 namespace {
 
 class ProxySocketManagerTest : public ::testing::Test {
 protected:
-    CProxySocketManager manager;
+    CProxySocketManager manager{MakeProxySocket};
 };
 
 TEST_F(ProxySocketManagerTest, InvalidSocketIsRefusedAndNeverAdded) {

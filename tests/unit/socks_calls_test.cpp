@@ -12,6 +12,7 @@
 #include "host_window.h"
 #include "lifecycle.h"
 #include "log_capture.h"
+#include "proxy_socket_factory.h"
 #include "proxy_socket_manager.h"
 #include "socks_api.h"
 #include "socks_socket.h"
@@ -93,7 +94,7 @@ private:
 class SocksCallsTest : public ::testing::Test {
 protected:
     void SetUp() override {
-        g_pProxySocketManager = new CProxySocketManager();
+        g_pProxySocketManager = new CProxySocketManager(MakeProxySocket);
         listener = dxtest::MakeTcpSocket();
         sockaddr_in any = Address("127.0.0.1", 0);
         ASSERT_EQ(bind(listener, reinterpret_cast<sockaddr*>(&any), sizeof any), 0);
@@ -173,7 +174,7 @@ TEST_F(SocksCallsTest, CloseSocketByStateAndUseCount) {
         SCOPED_TRACE("state " + std::to_string(c.state) + ", useCount " + std::to_string(c.useCount));
         SOCKET s = Socket();
         CSocksSocket* object = Add(s);
-        object->state = c.state;
+        object->state = static_cast<ProxyState>(c.state);
         object->useCount = c.useCount;
         dxtest::LogCapture capture;
         EXPECT_EQ(SOCKS_closesocket(s), 0);
@@ -224,7 +225,7 @@ TEST_F(SocksCallsTest, CleanupSocketForgetsTheObjectWhateverTheCloseSaysAndLeave
         SCOPED_TRACE("state " + std::to_string(c.state) + ", useCount " + std::to_string(c.useCount));
         SOCKET s = Socket();
         CSocksSocket* object = Add(s);
-        object->state = c.state;
+        object->state = static_cast<ProxyState>(c.state);
         object->useCount = c.useCount;
         dxtest::LogCapture capture;
         SOCKS_CleanupSocket(s);
@@ -650,7 +651,7 @@ TEST_F(SocksCallsTest, WsaAsyncSelectByObjectAndState) {
         SCOPED_TRACE(c.name);
         dxtest::HostWindow window;
         Pair pair = Connected();
-        if (c.state != kNoObject) Add(pair.host)->state = static_cast<uint32_t>(c.state);
+        if (c.state != kNoObject) Add(pair.host)->state = static_cast<ProxyState>(c.state);
         const UINT message = dxtest::HostWindow::kSocketMessage;
         char parameters[128];
         wsprintfA(parameters, " %p, %x, %x", window.Handle(), message, static_cast<unsigned>(c.events));
@@ -833,7 +834,7 @@ TEST_F(SocksCallsTest, SelectFailsWhenAHandshakeCannotEnd) {
         SOCKET managed = Connected().host;
         SOCKET plain = Connected().host;
         CSocksSocket* object = Add(managed);
-        object->state = c.state;
+        object->state = static_cast<ProxyState>(c.state);
         object->canceled = c.canceled;
         object->connectError = c.connectError;
         fd_set writes = SetOf({managed, plain});

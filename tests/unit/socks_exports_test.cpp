@@ -3,6 +3,7 @@
 
 #include "bench.h"
 #include "lifecycle.h"
+#include "proxy_socket_factory.h"
 #include "proxy_socket_manager.h"
 #include "socks_api.h"
 #include "socks_socket.h"
@@ -11,7 +12,7 @@ namespace {
 
 class SocksExportsTest : public ::testing::Test {
 protected:
-    void SetUp() override { g_pProxySocketManager = new CProxySocketManager(); }
+    void SetUp() override { g_pProxySocketManager = new CProxySocketManager(MakeProxySocket); }
     void TearDown() override {
         delete g_pProxySocketManager;
         g_pProxySocketManager = nullptr;

@@ -213,7 +213,7 @@ TEST_F(SocksSocketTest, ReleaseSocketOfAnEstablishedConnectIsTheLastClose) {
 }
 
 TEST_F(SocksSocketTest, ReleaseSocketInMidHandshakeIsNeverTheLastClose) {
-    for (uint32_t state : {kConnected, kConnecting, kAwaitSocks4Reply, kFailed}) {
+    for (ProxyState state : {kConnected, kConnecting, kAwaitSocks4Reply, kFailed}) {
         object->useCount = 1;
         object->state = state;
         EXPECT_EQ(object->ReleaseSocket(), 0) << state;

@@ -1,0 +1,105 @@
+# The library's sources, named once. Each subsystem folder is a layer: a library target of its own,
+# whose include directory is the folder and whose link line names the layers below it that it may
+# use, so that a file including a header of any other folder does not compile. Within a folder the
+# portable files (no Windows API) stand apart: the Windows build, the native sanitizer build with
+# its tests (tests/native) and the fuzzers (fuzz/) all take them from here.
+#
+# Paths are relative to the project root. tests/check_layers.py reads this file too.
+
+# Bottom first. config/ and settings/ take their places above host when they come.
+set(DX_LAYERS frame host ui socks http)
+
+# What each layer may use.
+set(DX_USES_frame "")
+set(DX_USES_host frame)
+set(DX_USES_ui host frame)
+set(DX_USES_socks host frame)
+set(DX_USES_http host frame)
+
+# Registry and list, log, lifecycle and hidden windows, resolver, the export frame of both families.
+set(DX_PORTABLE_frame
+  frame/linked_list.cpp
+  frame/log_format.cpp)
+set(DX_WIN32_frame
+  frame/export_frame.cpp
+  frame/lifecycle.cpp
+  frame/log.cpp
+  frame/proxy_socket.cpp
+  frame/proxy_socket_manager.cpp
+  frame/resolver.cpp)
+
+# Suite library, resource library, UI library binding, version information.
+set(DX_PORTABLE_host
+  host/suite_path.cpp
+  host/version_text.cpp)
+set(DX_WIN32_host
+  host/suite_library.cpp
+  host/version_info.cpp)
+
+# The kinds of Windows the dialogs tell apart.
+set(DX_PORTABLE_ui
+  ui/os_kind_rules.cpp)
+set(DX_WIN32_ui
+  ui/os_kind.cpp)
+
+# The SOCKS client.
+set(DX_PORTABLE_socks
+  socks/socks4_wire.cpp
+  socks/socks5_wire.cpp
+  socks/socks_password.cpp)
+set(DX_WIN32_socks
+  socks/socks_socket.cpp
+  socks/socks_exports.cpp)
+
+# The HTTP CONNECT client.
+set(DX_PORTABLE_http
+  http/base64.cpp
+  http/http_wire.cpp)
+set(DX_WIN32_http
+  http/http_socket.cpp
+  http/http_exports.cpp)
+
+# The top, above every layer: the two files that know all of them. The entry routine sets up every
+# subsystem; the factory makes the registry's objects of either socket class.
+set(DX_TOP_SOURCES
+  frame/dll_main.cpp
+  frame/proxy_socket_factory.cpp)
+
+# The project's version, "major.minor.patch.tweak", for the version record of host/version_text.cpp.
+function(dx_version_definitions target version)
+  string(REPLACE "." ";" parts ${version})
+  list(GET parts 0 major)
+  list(GET parts 1 minor)
+  list(GET parts 2 patch)
+  list(GET parts 3 tweak)
+  target_compile_definitions(${target} PRIVATE
+    DX_VERSION_MAJOR=${major} DX_VERSION_MINOR=${minor} DX_VERSION_PATCH=${patch} DX_VERSION_TWEAK=${tweak})
+endfunction()
+
+# Makes one target per layer from its portable files only, named <prefix>_<layer>, with the same
+# include directories and uses as the Windows build: a static library where the layer has portable
+# files, else an interface target that gives its headers. `options` go to compiling and linking;
+# `version` is the project's.
+function(dx_portable_layers prefix root options version)
+  foreach(layer ${DX_LAYERS})
+    set(target ${prefix}_${layer})
+    if(DX_PORTABLE_${layer})
+      list(TRANSFORM DX_PORTABLE_${layer} PREPEND ${root}/ OUTPUT_VARIABLE files)
+      add_library(${target} STATIC ${files})
+      target_include_directories(${target} PUBLIC ${root}/${layer})
+      target_compile_options(${target} PUBLIC ${options})
+      target_link_options(${target} PUBLIC ${options})
+      set(scope PUBLIC)
+      if(layer STREQUAL host)
+        dx_version_definitions(${target} ${version})
+      endif()
+    else()
+      add_library(${target} INTERFACE)
+      target_include_directories(${target} INTERFACE ${root}/${layer})
+      set(scope INTERFACE)
+    endif()
+    foreach(use ${DX_USES_${layer}})
+      target_link_libraries(${target} ${scope} ${prefix}_${use})
+    endforeach()
+  endforeach()
+endfunction()
