@@ -1,5 +1,6 @@
 #include "test_helpers.h"
 
+#include <gtest/gtest.h>
 #include <windows.h>
 
 #include "bench.h"
@@ -7,6 +8,27 @@
 namespace dxtest {
 
 std::string Line(const std::string& text) { return "DXSOCKS: " + text; }
+
+namespace {
+
+Lines Framed(const std::string& name, SOCKET s, const Lines& body, const std::string* result) {
+    Lines lines = {Line("Begin func " + name), Line(" socket = " + N(s))};
+    for (const std::string& text : body) lines.push_back(Line(text));
+    if (result != nullptr) lines.push_back(Line(" result = " + *result));
+    lines.push_back(Line("End func " + name));
+    return lines;
+}
+
+}  // namespace
+
+Lines Frame(const std::string& name, SOCKET s, const Lines& body, int result) {
+    const std::string text = std::to_string(result);
+    return Framed(name, s, body, &text);
+}
+
+Lines FrameWithoutResult(const std::string& name, SOCKET s, const Lines& body) {
+    return Framed(name, s, body, nullptr);
+}
 
 std::string N(SOCKET s) { return std::to_string(static_cast<int>(s)); }
 
@@ -25,6 +47,18 @@ std::string Request(const std::string& target) {
 }
 
 std::string Answer(const std::string& reply) { return "readhttp send=" + Hex(reply) + " drain=3000"; }
+
+void MakeNonBlocking(SOCKET s, IoctlCall ioctl) {
+    u_long on = 1;
+    ASSERT_EQ(ioctl(s, static_cast<long>(FIONBIO), &on), 0);
+}
+
+SOCKET EchoConnection() {
+    SOCKET plain = MakeTcpSocket();
+    sockaddr_in address = Loopback(BenchPort("ECHO_PORT"));
+    EXPECT_EQ(connect(plain, reinterpret_cast<sockaddr*>(&address), sizeof address), 0);
+    return plain;
+}
 
 bool IsOpen(SOCKET s) {
     int type = 0;

@@ -1,5 +1,5 @@
-// Small helpers that the library's tests share: the texts the log and the HTTP exchange produce, the
-// state of a socket as WinSock sees it, and a bounded call on a thread of its own.
+// Small helpers that the library's tests share: the texts the log and the HTTP exchange produce, an
+// export's log frame, the state of a socket as WinSock sees it, and a bounded call on a thread of its own.
 #pragma once
 
 #include <winsock2.h>
@@ -7,11 +7,19 @@
 #include <cstdint>
 #include <functional>
 #include <string>
+#include <vector>
 
 namespace dxtest {
 
+using Lines = std::vector<std::string>;
+
 // A library log line: "DXSOCKS: " and the text.
 std::string Line(const std::string& text);
+// An export's frame in the log, each a Line: "Begin func <name>", " socket = <s>", the `body`,
+// " result = <result>", "End func <name>".
+Lines Frame(const std::string& name, SOCKET s, const Lines& body, int result);
+// The same for the exports that log no result (SOCKS_SetProxyEx, HTTP_SetProxy, the CleanupSocket calls).
+Lines FrameWithoutResult(const std::string& name, SOCKET s, const Lines& body);
 // A socket handle as the log prints it (" socket = %d").
 std::string N(SOCKET s);
 std::string Dotted(const sockaddr_in& address);
@@ -22,6 +30,13 @@ sockaddr_in Address(const char* dotted, uint16_t port);
 std::string Request(const std::string& target);
 // A fake-proxy script that reads the request, sends `reply` and stays for a while.
 std::string Answer(const std::string& reply);
+
+// An ioctlsocket of WinSock or of one of the families.
+using IoctlCall = int (*)(SOCKET s, long command, u_long* argument);
+// FIONBIO on through `ioctl`; a failure fails the test.
+void MakeNonBlocking(SOCKET s, IoctlCall ioctl = ::ioctlsocket);
+// A plain socket connected to the echo server: writable at once.
+SOCKET EchoConnection();
 
 bool IsOpen(SOCKET s);
 bool IsListening(SOCKET s);
