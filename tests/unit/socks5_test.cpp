@@ -111,6 +111,23 @@ TEST_F(Socks5StepTest, MethodReplies) {
     }
 }
 
+TEST_F(Socks5StepTest, FailedPeekInTheMethodStateAlsoClearsTheReplyAndTheCount) {
+    // Never connected: the peek fails at once. The bytes stand as a reply of an earlier event would.
+    CSocksSocket* object = Fresh();
+    object->state = kAwaitMethodReply;
+    object->receiveBuffer[0] = 5;
+    object->receiveBuffer[1] = 2;
+    object->bytesRequested = 8;
+    dxtest::LogCapture capture;
+    EXPECT_EQ(object->ProcessState(), -1);
+    EXPECT_EQ(object->state, kFinished);
+    EXPECT_EQ(object->lastError, 10061);
+    EXPECT_EQ(object->receiveBuffer[0], 0);
+    EXPECT_EQ(object->receiveBuffer[1], 0);
+    EXPECT_EQ(object->bytesRequested, 0);
+    EXPECT_EQ(capture.Lines(), Lines{Line("SocketPeek() returned err:" + std::to_string(WSAENOTCONN))});
+}
+
 TEST_F(Socks5StepTest, BlockingRefusalEndsWithCodeMinusOne) {
     FakeScript("read=3 send=0500 read=10 send=05020001000000000000 drain=3000");
     CSocksSocket* object = Fresh();
