@@ -3,6 +3,8 @@
 #include <gtest/gtest.h>
 #include <windows.h>
 
+#include <cstdio>
+
 #include "bench.h"
 
 namespace dxtest {
@@ -30,9 +32,21 @@ Lines FrameWithoutResult(const std::string& name, SOCKET s, const Lines& body) {
     return Framed(name, s, body, nullptr);
 }
 
+Lines Joined(std::initializer_list<Lines> parts) {
+    Lines lines;
+    for (const Lines& part : parts) lines.insert(lines.end(), part.begin(), part.end());
+    return lines;
+}
+
 std::string N(SOCKET s) { return std::to_string(static_cast<int>(s)); }
 
 std::string Dotted(const sockaddr_in& address) { return inet_ntoa(address.sin_addr); }
+
+std::string Pointer(const void* p) {
+    char text[32];
+    std::snprintf(text, sizeof text, "%016llX", static_cast<unsigned long long>(reinterpret_cast<uintptr_t>(p)));
+    return text;
+}
 
 sockaddr_in Address(const char* dotted, uint16_t port) {
     sockaddr_in address = {};

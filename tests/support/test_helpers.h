@@ -6,6 +6,7 @@
 
 #include <cstdint>
 #include <functional>
+#include <initializer_list>
 #include <string>
 #include <vector>
 
@@ -20,9 +21,13 @@ std::string Line(const std::string& text);
 Lines Frame(const std::string& name, SOCKET s, const Lines& body, int result);
 // The same for the exports that log no result (SOCKS_SetProxyEx, HTTP_SetProxy, the CleanupSocket calls).
 Lines FrameWithoutResult(const std::string& name, SOCKET s, const Lines& body);
+// The parts one after the other, e.g. the frames of calls made in a row.
+Lines Joined(std::initializer_list<Lines> parts);
 // A socket handle as the log prints it (" socket = %d").
 std::string N(SOCKET s);
 std::string Dotted(const sockaddr_in& address);
+// A pointer as wsprintf's %p prints it: 16 upper-case hex digits without a prefix.
+std::string Pointer(const void* p);
 // An address record for dotted text and a host-order port.
 sockaddr_in Address(const char* dotted, uint16_t port);
 
