@@ -81,22 +81,6 @@ TEST_F(HttpCallsTest, CloseOfAGrantedSocketClosesItAndForgetsTheObject) {
     Forget();
 }
 
-TEST_F(HttpCallsTest, GetSockNameWithoutAProxyIsTheRealCall) {
-    sockaddr_in none = {};
-    ASSERT_EQ(HTTP_SetProxy(s, &none, sizeof none, "", 0), 0);
-    sockaddr_in local = dxtest::Loopback(0);
-    ASSERT_EQ(bind(s, reinterpret_cast<sockaddr*>(&local), sizeof local), 0);
-    sockaddr_in real = {};
-    int length = sizeof real;
-    ASSERT_EQ(getsockname(s, reinterpret_cast<sockaddr*>(&real), &length), 0);
-    sockaddr_in name = {};
-    length = sizeof name;
-    dxtest::LogCapture capture;
-    EXPECT_EQ(HTTP_getsockname(s, reinterpret_cast<sockaddr*>(&name), &length), 0);
-    EXPECT_EQ(name.sin_port, real.sin_port);
-    EXPECT_EQ(dxtest::LinesStartingWith(capture.Lines(), Line("calling ")), Lines{Line("calling ::getsockname")});
-}
-
 TEST_F(HttpCallsTest, ListenOfAProxiedSocketAsksNothingOfWinsock) {
     ASSERT_EQ(HTTP_SetProxy(s, &fake, sizeof fake, "", 0), 0);
     sockaddr_in local = dxtest::Loopback(0);
@@ -135,7 +119,7 @@ protected:
     static void SetUpTestSuite() { ASSERT_EQ(HTTP_Startup(nullptr, 0), 1); }
     static void TearDownTestSuite() { HTTP_Cleanup(); }
 
-    // Pumps until the request has gone to the proxy: the object is then in state 11.
+    // Pumps until the request has gone to the proxy: the object then awaits the reply.
     bool AwaitRequestSent(const dxtest::LogCapture& capture) {
         return host.PumpUntil(
             [&] { return !dxtest::LinesStartingWith(capture.Lines(), Line("CHttpSocket::Send - ")).empty(); }, 5000);

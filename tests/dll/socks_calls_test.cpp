@@ -52,7 +52,7 @@ TEST_F(SocksCallsDllTest, SecondConnectExOnAnEstablishedSocketReusesTheProxyAndF
     EXPECT_EQ(errors[0], Line("WinSock Error = 10056"));
     EXPECT_EQ(FakeReceived(second, 300).status, "pending");
 
-    // The object rests in state 9, which closes on the first call.
+    // The object rests in kFinished, which closes on the first call.
     EXPECT_EQ(SOCKS_closesocket(s), 0);
     Forget();
     EXPECT_EQ(FakeReceived(first).status, "done");
@@ -68,29 +68,6 @@ TEST_F(SocksCallsDllTest, GetSockNameAfterSetProxyExBeforeAnyConnectIsTheProxyWi
     EXPECT_EQ(name.sin_family, AF_INET);
     EXPECT_EQ(Dotted(name), "10.1.2.3");
     EXPECT_EQ(name.sin_port, 0);
-}
-
-TEST_F(SocksCallsDllTest, GetSockNameOfAPlainSocketIsTheRealCall) {
-    sockaddr_in local = dxtest::Loopback(0);
-    ASSERT_EQ(bind(s, reinterpret_cast<sockaddr*>(&local), sizeof local), 0);
-    sockaddr_in real = {};
-    int realLength = sizeof real;
-    ASSERT_EQ(getsockname(s, reinterpret_cast<sockaddr*>(&real), &realLength), 0);
-    sockaddr_in name = {};
-    int length = sizeof name;
-    dxtest::LogCapture capture;
-    EXPECT_EQ(SOCKS_getsockname(s, reinterpret_cast<sockaddr*>(&name), &length), 0);
-    EXPECT_EQ(length, static_cast<int>(sizeof name));
-    EXPECT_EQ(name.sin_port, real.sin_port);
-    auto calls = dxtest::LinesStartingWith(capture.Lines(), Line("calling "));
-    ASSERT_EQ(calls.size(), 1u);
-    EXPECT_EQ(calls[0], Line("calling ::getsockname"));
-
-    // Unbound, the real call fails and so does this one.
-    SOCKET unbound = dxtest::MakeTcpSocket();
-    EXPECT_EQ(SOCKS_getsockname(unbound, reinterpret_cast<sockaddr*>(&name), &length), SOCKET_ERROR);
-    EXPECT_EQ(WSAGetLastError(), WSAEINVAL);
-    closesocket(unbound);
 }
 
 TEST_F(SocksCallsDllTest, SetProtocolVersionReturnsMinusOneLogsNothingAndLeavesTheVersion) {
@@ -471,6 +448,56 @@ TEST_P(FamilyCallsTest, GetSockNameOfAProxiedSocketIsTheProxyWithPortZero) {
                     {"Begin addr 0.0.0.0:0", std::string("calling ") + F().socketClass + "::GetSockName",
                      "End addr 127.0.0.1:0"},
                     0));
+}
+
+TEST_P(FamilyCallsTest, GetSockNameWithoutAProxyIsTheRealCall) {
+    struct Case {
+        const char* name;
+        bool object;  // one whose proxy address was zero
+        bool bound;
+    };
+    const Case cases[] = {
+        {"no object", false, true},
+        {"object without a proxy", true, true},
+        // Unbound, the real call fails and so does this one.
+        {"unbound, no object", false, false},
+    };
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.name);
+        SOCKET r = dxtest::MakeTcpSocket();
+        sockaddr_in none = {};
+        if (c.object) {
+            ASSERT_EQ(F().setProxy(r, &none, sizeof none, "", F().proxyArgument), 0);
+        }
+        sockaddr_in real = {};
+        if (c.bound) {
+            sockaddr_in local = dxtest::Loopback(0);
+            ASSERT_EQ(bind(r, reinterpret_cast<sockaddr*>(&local), sizeof local), 0);
+            int realLength = sizeof real;
+            ASSERT_EQ(getsockname(r, reinterpret_cast<sockaddr*>(&real), &realLength), 0);
+        }
+        sockaddr_in name = {};
+        int length = sizeof name;
+        dxtest::LogCapture capture;
+        int result = F().getsockname(r, reinterpret_cast<sockaddr*>(&name), &length);
+        if (c.bound) {
+            EXPECT_EQ(result, 0);
+            EXPECT_EQ(length, static_cast<int>(sizeof name));
+            EXPECT_EQ(name.sin_port, real.sin_port);
+            EXPECT_EQ(Dotted(name), "127.0.0.1");
+            EXPECT_EQ(capture.Lines(),
+                      Frame(F().Export("getsockname"), r,
+                            {"Begin addr 0.0.0.0:0", "calling ::getsockname",
+                             "End addr 127.0.0.1:" + std::to_string(ntohs(real.sin_port))},
+                            0));
+        } else {
+            EXPECT_EQ(result, SOCKET_ERROR);
+            EXPECT_EQ(WSAGetLastError(), WSAEINVAL);
+            EXPECT_EQ(dxtest::LinesStartingWith(capture.Lines(), Line("calling ")), Lines{Line("calling ::getsockname")});
+        }
+        F().cleanupSocket(r);
+        closesocket(r);
+    }
 }
 
 // The registry holds one object per handle, whichever family made it.
