@@ -46,6 +46,7 @@ struct Family {
     void (*cleanupSocket)(SOCKET s);
     int (*connectCanceled)(SOCKET s);
     unsigned (*getConnectError)(SOCKET s);
+    void (*connectTimeout)(SOCKET s);
 
     // The family's export of that name, e.g. Export("Cleanup") is "HTTP_Cleanup".
     std::string Export(const std::string& call) const { return std::string(name) + "_" + call; }
@@ -57,7 +58,7 @@ struct Family {
 #define DXTEST_FAMILY_CALLS(prefix)                                                                            \
     prefix##_Startup, prefix##_Cleanup, prefix##_ConnectEx, prefix##_BindEx, prefix##_connect,                 \
         prefix##_getsockname, prefix##_ioctlsocket, prefix##_select, prefix##_WSAAsyncSelect, prefix##_closesocket, \
-        prefix##_CleanupSocket, prefix##_ConnectCanceled, prefix##_GetConnectError
+        prefix##_CleanupSocket, prefix##_ConnectCanceled, prefix##_GetConnectError, prefix##_ConnectTimeout
 
 inline const Family kSocksFamily = {"SOCKS", "CSocksSocket", "ZELMONT_SOCKS_HIDDEN_WINDOW", "socksHiddenOnSocketEvent",
                                     "SOCKS_SetProxyEx", 4, SOCKS_SetProxyEx, false, 200, 5,
