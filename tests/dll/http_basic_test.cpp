@@ -23,14 +23,6 @@ std::string Request(const std::string& target, const std::string& credentials) {
 
 class HttpBasicTest : public dxtest::FakeProxyTest {
 protected:
-    void SetUp() override {
-        dxtest::FakeProxyTest::SetUp();
-        HTTP_SetPasswordCallback(&answer, dxtest::AnsweringPasswords::Answer);
-    }
-    void TearDown() override {
-        HTTP_SetPasswordCallback(nullptr, nullptr);
-        dxtest::FakeProxyTest::TearDown();
-    }
     int Connect(const sockaddr_in& proxy, const char* user, uint16_t port = 80) {
         EXPECT_EQ(HTTP_SetProxy(s, &proxy, sizeof proxy, user, 1), 0);
         return HTTP_ConnectEx(s, "127.0.0.1", port, nullptr, AF_INET);
@@ -43,7 +35,7 @@ protected:
         return FakeReceived(id).bytes;
     }
 
-    dxtest::AnsweringPasswords answer;
+    dxtest::AnsweringPasswords answer{HTTP_SetPasswordCallback};
 };
 
 TEST_F(HttpBasicTest, CredentialsAsTheyGoOut) {
@@ -63,7 +55,7 @@ TEST_F(HttpBasicTest, CredentialsAsTheyGoOut) {
     for (const Case& c : cases) {
         SCOPED_TRACE(c.credentials);
         if (s == INVALID_SOCKET) s = dxtest::MakeTcpSocket();  // the last row's is gone
-        answer = dxtest::AnsweringPasswords{};
+        answer.calls = 0;
         answer.password = c.password;
         int result = 1;
         EXPECT_EQ(Sent(c.user, &result), Request("127.0.0.1:80", c.credentials + "\r\n\r\n"));

@@ -22,20 +22,12 @@ std::string Hex(const std::string& bytes) { return dxtest::Hex(bytes); }
 
 class Socks5PasswordTest : public dxtest::FakeProxyTest {
 protected:
-    void SetUp() override {
-        dxtest::FakeProxyTest::SetUp();
-        SOCKS_SetPasswordCallback(&answer, dxtest::AnsweringPasswords::Answer);
-    }
-    void TearDown() override {
-        SOCKS_SetPasswordCallback(nullptr, nullptr);
-        dxtest::FakeProxyTest::TearDown();
-    }
     int ConnectThrough(const sockaddr_in& proxy, const char* user, uint16_t port) {
         EXPECT_EQ(SOCKS_SetProxyEx(s, &proxy, sizeof proxy, user, 5), 0);
         return SOCKS_ConnectEx(s, "127.0.0.1", port, nullptr, AF_INET);
     }
 
-    dxtest::AnsweringPasswords answer;
+    dxtest::AnsweringPasswords answer{SOCKS_SetPasswordCallback};
 };
 
 TEST_F(Socks5PasswordTest, PasswordFromTheCallbackGoesOutAfterTheUserName) {

@@ -1,5 +1,5 @@
-// A host's password callback that answers as the test scripts it, and records what it was asked.
-// Register it with either family's SetPasswordCallback, the object as the context.
+// A host's password callback that answers as the test scripts it, and records what it was asked;
+// registered with one family's SetPasswordCallback while it lives.
 #pragma once
 
 #include <windows.h>
@@ -7,9 +7,19 @@
 #include <cwchar>
 #include <string>
 
+#include "dxsocks_types.h"
+
 namespace dxtest {
 
 struct AnsweringPasswords {
+    using Setter = void (*)(void* context, DXSOCKS_PASSWORD_CALLBACK callback);
+
+    explicit AnsweringPasswords(Setter set) : set_(set) { set_(this, &AnsweringPasswords::Answer); }
+    ~AnsweringPasswords() { set_(nullptr, nullptr); }
+    AnsweringPasswords(const AnsweringPasswords&) = delete;
+    AnsweringPasswords& operator=(const AnsweringPasswords&) = delete;
+
+    // The next answers: `password`, accepted (1) or declined (0).
     std::wstring password;
     int result = 1;
     // What the callback was asked.
@@ -29,6 +39,9 @@ struct AnsweringPasswords {
         wcsncpy(out, self->password.c_str(), static_cast<size_t>(size) - 1);
         return self->result;
     }
+
+private:
+    Setter set_;
 };
 
 }  // namespace dxtest

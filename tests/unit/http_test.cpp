@@ -19,8 +19,8 @@
 #include "http_wire.h"
 #include "lifecycle.h"
 #include "log_capture.h"
-#include "loopback_pair_test.h"
 #include "proxy_socket_manager.h"
+#include "registry_pair_test.h"
 #include "socks_api.h"
 #include "socks_socket.h"
 
@@ -101,17 +101,11 @@ TEST(HttpStatusLineTest, OnlyTwoHundredSucceeds) {
 
 // ---- Objects on a connection whose far end the test holds ----
 
-class HttpSocketTest : public dxtest::LoopbackPairTest {
+class HttpSocketTest : public RegistryPairTest {
 protected:
-    void SetUp() override {
-        g_pProxySocketManager = new CProxySocketManager();
-        dxtest::LoopbackPairTest::SetUp();
-    }
     void TearDown() override {
         for (CHttpSocket* object : objects) delete object;
-        dxtest::LoopbackPairTest::TearDown();
-        delete g_pProxySocketManager;
-        g_pProxySocketManager = nullptr;
+        RegistryPairTest::TearDown();
     }
 
     CHttpSocket* Object(SOCKET s) {

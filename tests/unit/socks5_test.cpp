@@ -181,20 +181,19 @@ TEST_F(Socks5StepTest, SilentProxyIsPeekedByTheStatesCount) {
 // arrived, up to 64 bytes, so bytes behind the reply go with it.
 TEST_F(Socks5StepTest, ConnectReplyReads) {
     struct Case {
-        const char* name;
-        const char* reply;
-        uint32_t state;
-        int32_t lastError;
+        const char* reply;  // with bytes behind it
         int32_t bytesRequested;
         int32_t bytesRead;
+        uint32_t state;
+        int32_t lastError;
     };
     const Case cases[] = {
-        {"granted, four bytes behind", "0500000100000000000041424344", kEstablished, 0, 10, 14},
+        {"0500000100000000000041424344", 10, 14, kEstablished, 0},
         // A proxy's refusal is no step failure.
-        {"status 5, two bytes behind", "050500010000000000004142", kFinished, 10061, 12, 12},
+        {"050500010000000000004142", 12, 12, kFinished, 10061},
     };
     for (const Case& c : cases) {
-        SCOPED_TRACE(c.name);
+        SCOPED_TRACE(c.reply);
         FakeScript(std::string("read=3 send=0500 read=10 send=") + c.reply + " drain=3000");
         CSocksSocket* object = Fresh();
         Stepped(object, 2);

@@ -11,8 +11,8 @@
 #include "host_window.h"
 #include "lifecycle.h"
 #include "log_capture.h"
-#include "loopback_pair_test.h"
 #include "proxy_socket_manager.h"
+#include "registry_pair_test.h"
 #include "socks_api.h"
 #include "socks_socket.h"
 #include "test_helpers.h"
@@ -86,18 +86,8 @@ private:
     HANDLE thread_ = nullptr;
 };
 
-class SocksCallsTest : public dxtest::LoopbackPairTest {
+class SocksCallsTest : public RegistryPairTest {
 protected:
-    void SetUp() override {
-        g_pProxySocketManager = new CProxySocketManager();
-        dxtest::LoopbackPairTest::SetUp();
-    }
-    void TearDown() override {
-        dxtest::LoopbackPairTest::TearDown();
-        delete g_pProxySocketManager;
-        g_pProxySocketManager = nullptr;
-    }
-
     CSocksSocket* Add(SOCKET s) {
         return static_cast<CSocksSocket*>(g_pProxySocketManager->AddSocket(s, kSocksSocketType));
     }
