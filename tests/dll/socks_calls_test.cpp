@@ -333,7 +333,7 @@ TEST_P(FamilyCallsTest, LogFrames) {
          Frame(f.Export("WSAAsyncSelect"), s,
                {" " + dxtest::Pointer(window.Handle()) + ", 44d, 1", "calling ::WSAAsyncSelect"}, 0)},
         {"select", [&] { f.select(0, nullptr, nullptr, nullptr, &zero); },
-         {Line("Begin func " + f.Export("select")), Line("End func " + f.Export("select"))}},
+         dxtest::BareFrame(f.Export("select"), {})},
         {"CleanupSocket without an object", [&] { f.cleanupSocket(s); },
          FrameWithoutResult(f.Export("CleanupSocket"), s, {})},
         {"SetProxy", [&] { f.setProxy(s, &fake, sizeof fake, "", f.proxyArgument); },
@@ -493,7 +493,8 @@ TEST_P(FamilyCallsTest, GetSockNameWithoutAProxyIsTheRealCall) {
         } else {
             EXPECT_EQ(result, SOCKET_ERROR);
             EXPECT_EQ(WSAGetLastError(), WSAEINVAL);
-            EXPECT_EQ(dxtest::LinesStartingWith(capture.Lines(), Line("calling ")), Lines{Line("calling ::getsockname")});
+            EXPECT_EQ(dxtest::LinesStartingWith(capture.Lines(), Line("calling ")),
+                      Lines{Line("calling ::getsockname")});
         }
         F().cleanupSocket(r);
         closesocket(r);
@@ -556,7 +557,10 @@ protected:
     }
 };
 
-std::string Delayed(const std::string& reply) { return "readhttp sleep=300 send=" + dxtest::Hex(reply) + " drain=3000"; }
+// A fake-proxy script that takes the HTTP request and answers after a while.
+std::string Delayed(const std::string& reply) {
+    return "readhttp sleep=300 send=" + dxtest::Hex(reply) + " drain=3000";
+}
 
 TEST_F(BothFamiliesEventTest, SelectWaitsForTheHandshakeAndThenReportsTheSocket) {
     dxtest::DecliningPasswords declining;  // the row with a password prompt is declined
@@ -632,7 +636,8 @@ TEST_F(BothFamiliesEventTest, BindExOnANonBlockingSocketWaitsForTheOutcome) {
         int canceled;
     };
     const Case cases[] = {
-        {{socks, "SOCKS 4 granted", "read=9 send=005a000000000000 drain=3000", "", 4, "040210e17f00000100"}, 0, 0, 0, 0},
+        {{socks, "SOCKS 4 granted", "read=9 send=005a000000000000 drain=3000", "", 4, "040210e17f00000100"},
+         0, 0, 0, 0},
         // The cancellation's 65534 is replaced by the code, -1, at the end.
         {{socks, "SOCKS 5 password prompt declined", "read=4 send=0502 drain=3000", "alice", 5, "05020200"},
          SOCKET_ERROR, -1, 0, 1},

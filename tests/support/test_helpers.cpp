@@ -32,6 +32,13 @@ Lines FrameWithoutResult(const std::string& name, SOCKET s, const Lines& body) {
     return Framed(name, s, body, nullptr);
 }
 
+Lines BareFrame(const std::string& name, const Lines& body) {
+    Lines lines = {Line("Begin func " + name)};
+    for (const std::string& text : body) lines.push_back(Line(text));
+    lines.push_back(Line("End func " + name));
+    return lines;
+}
+
 Lines Joined(std::initializer_list<Lines> parts) {
     Lines lines;
     for (const Lines& part : parts) lines.insert(lines.end(), part.begin(), part.end());

@@ -21,6 +21,8 @@ std::string Line(const std::string& text);
 Lines Frame(const std::string& name, SOCKET s, const Lines& body, int result);
 // The same for the exports that log no result (SOCKS_SetProxyEx, HTTP_SetProxy, the CleanupSocket calls).
 Lines FrameWithoutResult(const std::string& name, SOCKET s, const Lines& body);
+// The frame of the exports that log no socket: "Begin func <name>", the `body`, "End func <name>".
+Lines BareFrame(const std::string& name, const Lines& body);
 // The parts one after the other, e.g. the frames of calls made in a row.
 Lines Joined(std::initializer_list<Lines> parts);
 // A socket handle as the log prints it (" socket = %d").
