@@ -161,12 +161,14 @@ int CSocksSocket::ProcessSocks5State() {
         }
         case kAwaitMethodReply: {
             int error = PeekReply(2, false);
-            if (error != 0) return FailHandshake(error);
             // Kept: a reply that doesn't begin with 5 is dropped, and the state waits on.
-            if (receiveBuffer[0] == kSocks5Version) {
+            if (error != 0) {
+                FailHandshake(error);
+            } else if (receiveBuffer[0] == kSocks5Version) {
                 int result = OnMethodRecv();
                 if (result != 0) error = FailHandshake(result);
             }
+            // A failed peek or read clears them too: no stale reply byte outlives the step.
             receiveBuffer[0] = 0;
             receiveBuffer[1] = 0;
             bytesRequested = 0;

@@ -7,21 +7,24 @@
 #include <vector>
 
 #include "bench.h"
+#include "fake_proxy_test.h"
 #include "log_capture.h"
 #include "socks_api.h"
+#include "test_helpers.h"
 
 namespace {
 
-class BindTest : public ::testing::Test {
+class BindTest : public dxtest::FakeProxyTest {
 protected:
     void SetUp() override {
         ASSERT_EQ(SOCKS_Startup(nullptr, 0), 1);
-        s = dxtest::MakeTcpSocket();
-        u_long on = 1;
-        ASSERT_EQ(SOCKS_ioctlsocket(s, FIONBIO, &on), 0);
-        dxtest::FakeReset();
+        dxtest::FakeProxyTest::SetUp();
+        dxtest::MakeNonBlocking(s, SOCKS_ioctlsocket);
     }
-    void TearDown() override { SOCKS_Cleanup(); }
+    void TearDown() override {
+        dxtest::FakeProxyTest::TearDown();
+        SOCKS_Cleanup();
+    }
 
     // Calls SOCKS_accept until the proxy's second reply is judged, for at most a few seconds.
     SOCKET AcceptWhenReady(sockaddr_in* peer, int* error) {
@@ -34,8 +37,6 @@ protected:
         }
         return INVALID_SOCKET;
     }
-
-    SOCKET s = INVALID_SOCKET;
 };
 
 TEST_F(BindTest, Socks4BindThroughDantedCarriesDataBothWaysAndNeedsTwoCloses) {
@@ -86,11 +87,11 @@ TEST_F(BindTest, Socks4BindThroughDantedCarriesDataBothWaysAndNeedsTwoCloses) {
     EXPECT_EQ(SOCKS_closesocket(s), 0);
     EXPECT_EQ(dxtest::LinesStartingWith(capture.Lines(), "DXSOCKS: g_pProxySocketManager->RemoveSocket(s)").size(), 1u);
     EXPECT_EQ(dxtest::Receive(peer, 1, 3000), "");  // the proxy passes the close on
+    Forget();
     closesocket(peer);
 }
 
 TEST_F(BindTest, Socks5BindsSecondReplyIsNotASocks4GrantAndEndsIn10061) {
-    sockaddr_in fake = dxtest::Loopback(dxtest::BenchPort("FAKE_PORT"));
     int id = dxtest::FakeScript(
         "read=3 send=0500 read=10 send=05000001000000000000 sleep=300 send=050000017f0000011f90 drain=3000");
     ASSERT_EQ(SOCKS_SetProxyEx(s, &fake, sizeof fake, "", 5), 0);
@@ -100,6 +101,7 @@ TEST_F(BindTest, Socks5BindsSecondReplyIsNotASocks4GrantAndEndsIn10061) {
     EXPECT_EQ(AcceptWhenReady(&reported, &error), INVALID_SOCKET);
     EXPECT_EQ(error, WSAECONNREFUSED);
     EXPECT_EQ(SOCKS_closesocket(s), 0);
+    Forget();
     dxtest::FakeLog log = dxtest::FakeReceived(id);
     EXPECT_EQ(log.bytes, dxtest::Unhex("050100") + dxtest::Unhex("050200017f0000011f90"));
 }

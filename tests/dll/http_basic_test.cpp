@@ -2,11 +2,13 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
-#include <cwchar>
+#include <cstring>
 #include <string>
 #include <vector>
 
+#include "answering_passwords.h"
 #include "bench.h"
+#include "fake_proxy_test.h"
 #include "http_api.h"
 #include "log_capture.h"
 
@@ -15,39 +17,12 @@ namespace {
 using dxtest::FakeReceived;
 using dxtest::FakeScript;
 
-struct Answer {
-    std::wstring password;
-    int result = 1;
-    int calls = 0;
-    std::wstring user;
-    std::wstring proxy;
-};
-
-int AnswerPassword(void* context, wchar_t* password, int size, const wchar_t* user, const wchar_t* proxy) {
-    auto* answer = static_cast<Answer*>(context);
-    ++answer->calls;
-    answer->user = user;
-    answer->proxy = proxy;
-    wcsncpy(password, answer->password.c_str(), static_cast<size_t>(size) - 1);
-    return answer->result;
-}
-
 std::string Request(const std::string& target, const std::string& credentials) {
     return "CONNECT " + target + " HTTP/1.1\r\nHost: " + target + "\r\nProxy-Authorization: basic " + credentials;
 }
 
-class HttpBasicTest : public ::testing::Test {
+class HttpBasicTest : public dxtest::FakeProxyTest {
 protected:
-    void SetUp() override {
-        s = dxtest::MakeTcpSocket();
-        fake = dxtest::Loopback(dxtest::BenchPort("FAKE_PORT"));
-        dxtest::FakeReset();
-        HTTP_SetPasswordCallback(&answer, AnswerPassword);
-    }
-    void TearDown() override {
-        HTTP_SetPasswordCallback(nullptr, nullptr);
-        dxtest::Retire(s);
-    }
     int Connect(const sockaddr_in& proxy, const char* user, uint16_t port = 80) {
         EXPECT_EQ(HTTP_SetProxy(s, &proxy, sizeof proxy, user, 1), 0);
         return HTTP_ConnectEx(s, "127.0.0.1", port, nullptr, AF_INET);
@@ -56,49 +31,47 @@ protected:
     std::string Sent(const char* user, int* result) {
         int id = FakeScript("readhttp send=" + dxtest::Hex("HTTP/1.1 200 OK\r\n\r\n") + " drain=2000");
         *result = Connect(fake, user);
-        dxtest::Retire(s);
+        CloseNow();
         return FakeReceived(id).bytes;
     }
 
-    Answer answer;
-    SOCKET s = INVALID_SOCKET;
-    sockaddr_in fake = {};
+    dxtest::AnsweringPasswords answer{HTTP_SetPasswordCallback};
 };
 
-TEST_F(HttpBasicTest, UserAndPasswordGoOutEncoded) {
-    answer.password = L"x";
-    int result = 1;
-    EXPECT_EQ(Sent("alice", &result), Request("127.0.0.1:80", "YWxpY2U6eA==\r\n\r\n"));
-    EXPECT_EQ(result, 0);
-    EXPECT_EQ(answer.calls, 1);
-    EXPECT_EQ(answer.user, L"alice");
-    EXPECT_EQ(answer.proxy, L"127.0.0.1");
-}
-
-TEST_F(HttpBasicTest, EmptyPasswordTheCallbackAcceptsLeavesTheUserNameAlone) {
-    answer.password = L"";
-    int result = 1;
-    EXPECT_EQ(Sent("alice", &result), Request("127.0.0.1:80", "YWxpY2U=\r\n\r\n"));
-}
-
-TEST_F(HttpBasicTest, EmptyUserNameKeepsTheColon) {
-    answer.password = L"x";
-    int result = 1;
-    EXPECT_EQ(Sent("", &result), Request("127.0.0.1:80", "Ong=\r\n\r\n"));
+TEST_F(HttpBasicTest, CredentialsAsTheyGoOut) {
+    struct Case {
+        const char* user;
+        std::wstring password;
+        std::string credentials;
+    };
+    const Case cases[] = {
+        {"alice", L"x", "YWxpY2U6eA=="},
+        // An empty password the callback accepts leaves the user name alone.
+        {"alice", L"", "YWxpY2U="},
+        {"", L"x", "Ong="},
+        // "\u00e9t\u00e9" is one byte each in the ANSI code page, and goes out unencoded in UTF-8.
+        {"alice", L"\x00e9t\x00e9", "alice:\xc3\xa9t\xc3\xa9"},
+    };
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.credentials);
+        if (s == INVALID_SOCKET) s = dxtest::MakeTcpSocket();  // the last row's is gone
+        answer.calls = 0;
+        answer.password = c.password;
+        int result = 1;
+        EXPECT_EQ(Sent(c.user, &result), Request("127.0.0.1:80", c.credentials + "\r\n\r\n"));
+        EXPECT_EQ(result, 0);
+        EXPECT_EQ(answer.calls, 1);
+        EXPECT_EQ(answer.user, std::wstring(c.user, c.user + std::strlen(c.user)));
+        EXPECT_EQ(answer.proxy, L"127.0.0.1");
+    }
 }
 
 TEST_F(HttpBasicTest, EmptyUserAndPasswordGiveTheRequestWithoutABlankLine) {
     answer.password = L"";
     int id = FakeScript("read=80 send=" + dxtest::Hex("HTTP/1.1 200 OK\r\n\r\n") + " drain=2000");
     EXPECT_EQ(Connect(fake, ""), 0);
-    dxtest::Retire(s);
+    CloseNow();
     EXPECT_EQ(FakeReceived(id).bytes, Request("127.0.0.1:80", "\r\n"));
-}
-
-TEST_F(HttpBasicTest, APasswordBeyondAsciiGoesOutUnencodedInUtf8) {
-    answer.password = L"\x00e9t\x00e9";  // "été", one byte each in the ANSI code page
-    int result = 1;
-    EXPECT_EQ(Sent("alice", &result), Request("127.0.0.1:80", "alice:\xc3\xa9t\xc3\xa9\r\n\r\n"));
 }
 
 TEST_F(HttpBasicTest, CredentialsUpTo765BytesGoOutAndLongerOnesAreRefused) {
@@ -132,7 +105,7 @@ TEST_F(HttpBasicTest, CallbackThatDeclinesSendsNothing) {
     EXPECT_EQ(Connect(fake, "alice"), -1);
     EXPECT_EQ(WSAGetLastError(), 65534);
     EXPECT_EQ(HTTP_ConnectCanceled(s), 1);
-    dxtest::Retire(s);
+    CloseNow();
     EXPECT_EQ(FakeReceived(id).bytes, "");
 }
 

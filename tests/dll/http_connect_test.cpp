@@ -6,23 +6,23 @@
 #include <vector>
 
 #include "bench.h"
-#include "test_helpers.h"
 #include "declining_passwords.h"
+#include "fake_proxy_test.h"
 #include "host_window.h"
 #include "http_api.h"
 #include "log_capture.h"
+#include "test_helpers.h"
 
 namespace {
 
-using dxtest::Line;
-using dxtest::N;
-using dxtest::Request;
 using dxtest::Answer;
-
 using dxtest::FakeReceived;
 using dxtest::FakeScript;
+using dxtest::Frame;
 using dxtest::HostWindow;
-using Lines = std::vector<std::string>;
+using dxtest::Line;
+using dxtest::Lines;
+using dxtest::Request;
 
 // The way out of every state: forget the object, then close.
 void CloseThroughTheLibrary(SOCKET s) {
@@ -33,28 +33,9 @@ void CloseThroughTheLibrary(SOCKET s) {
 // Stands for "whatever WinSock had": the stack doesn't write the error on this path.
 constexpr int kLeftByWinsock = -2;
 
-class HttpConnectTest : public ::testing::Test {
+class HttpConnectTest : public dxtest::FakeProxyTest {
 protected:
-    void SetUp() override {
-        s = dxtest::MakeTcpSocket();
-        ASSERT_NE(s, INVALID_SOCKET);
-        fake = dxtest::Loopback(dxtest::BenchPort("FAKE_PORT"));
-        echo = dxtest::BenchPort("ECHO_PORT");
-        dxtest::FakeReset();
-    }
-    void TearDown() override {
-        if (s != INVALID_SOCKET) CloseThroughTheLibrary(s);
-        dxtest::FakeReset();
-    }
-    void CloseNow() {
-        CloseThroughTheLibrary(s);
-        s = INVALID_SOCKET;
-    }
-    std::string S() const { return N(s); }
-
-    SOCKET s = INVALID_SOCKET;
-    sockaddr_in fake = {};
-    uint16_t echo = 0;
+    void Close(SOCKET socket) override { CloseThroughTheLibrary(socket); }
 };
 
 TEST_F(HttpConnectTest, RequestBytesNameTheTargetTwiceAndNothingElse) {
@@ -80,24 +61,17 @@ TEST_F(HttpConnectTest, LogOfAGrantedExchange) {
     ASSERT_EQ(HTTP_SetProxy(s, &fake, sizeof fake, "", 0), 0);
     ASSERT_EQ(HTTP_ConnectEx(s, "127.0.0.1", 4321, nullptr, AF_INET), 0);
     const std::string request = Request("127.0.0.1:4321");
-    Lines expected = {
-        Line("Begin func HTTP_SetProxy"),
-        Line(" socket = " + S()),
-        Line("CHttpSocket::CHttpSocket(" + S() + ")"),
-        Line("End func HTTP_SetProxy"),
-        Line("Begin func HTTP_ConnectEx"),
-        Line(" socket = " + S()),
-        Line("Begin host:port 127.0.0.1:4321"),
-        Line("CHttpSocket::SendHttpAuthentication - Sending HTTP proxy authentication request.\n" + request),
-        Line("CHttpSocket::Send - " + std::to_string(request.size()) + " bytes sent."),
-        Line("CHttpSocket::StartReading"),
-        Line("CHttpSocket::OnHttpResponse - HTTP proxy authentication response read.\n"),
-        Line("CHttpSocket::OnHttpResponse - OK 200. 'Connection established'"),
-        Line("End host:port 127.0.0.1:4321"),
-        Line("WinSock Error = 0"),
-        Line(" result = 0"),
-        Line("End func HTTP_ConnectEx"),
-    };
+    Lines expected = dxtest::Joined({
+        dxtest::FrameWithoutResult("HTTP_SetProxy", s, {"CHttpSocket::CHttpSocket(" + S() + ")"}),
+        Frame("HTTP_ConnectEx", s,
+              {"Begin host:port 127.0.0.1:4321",
+               "CHttpSocket::SendHttpAuthentication - Sending HTTP proxy authentication request.\n" + request,
+               "CHttpSocket::Send - " + std::to_string(request.size()) + " bytes sent.", "CHttpSocket::StartReading",
+               "CHttpSocket::OnHttpResponse - HTTP proxy authentication response read.\n",
+               "CHttpSocket::OnHttpResponse - OK 200. 'Connection established'", "End host:port 127.0.0.1:4321",
+               "WinSock Error = 0"},
+              0),
+    });
     // The numbered reports among these lines are the business of reports_test.cpp.
     EXPECT_EQ(dxtest::LinesStartingWith(capture.Lines(), "DXSOCKS: "), expected);
 }
@@ -271,12 +245,8 @@ TEST_F(HttpConnectTest, TheProxysRefusalAlsoAnswersTheLaterCalls) {
     dxtest::LogCapture capture;
     EXPECT_EQ(HTTP_GetConnectError(s), 65532u);
     EXPECT_EQ(HTTP_ConnectCanceled(s), 0);
-    Lines expected = {
-        Line("Begin func HTTP_GetConnectError"), Line(" socket = " + S()), Line(" result = 65532"),
-        Line("End func HTTP_GetConnectError"),   Line("Begin func HTTP_ConnectCanceled"), Line(" socket = " + S()),
-        Line(" result = 0"),                     Line("End func HTTP_ConnectCanceled"),
-    };
-    EXPECT_EQ(capture.Lines(), expected);
+    EXPECT_EQ(capture.Lines(),
+              dxtest::Joined({Frame("HTTP_GetConnectError", s, {}, 65532), Frame("HTTP_ConnectCanceled", s, {}, 0)}));
 }
 
 // ---- Non-blocking: the hidden thread runs the exchange, the host hears of it as FD_CONNECT ----
@@ -296,49 +266,6 @@ protected:
 
     HostWindow host;
 };
-
-TEST_F(HttpNonBlockingTest, Outcomes) {
-    dxtest::DecliningPasswords declining;  // the cases with authentication are declined
-    struct Case {
-        const char* name;
-        std::string script;
-        unsigned authenticate;
-        unsigned error;
-    };
-    const Case cases[] = {
-        {"200", Answer("HTTP/1.0 200 OK\r\n\r\n"), 0, 0},
-        {"empty reason", Answer("HTTP/1.1 200\r\n"), 0, 0},
-        {"no blank at all", Answer("HTTP/1.1-200\r\n\r\n"), 0, 10061},
-        {"201", Answer("HTTP/1.1 201 Created\r\n\r\n"), 0, 10061},
-        {"404", Answer("HTTP/1.1 404 Not Found\r\n\r\n"), 0, 65532},
-        {"407", Answer("HTTP/1.1 407 Proxy Authentication Required\r\n\r\n"), 0, 65533},
-        {"password prompt declined", "readhttp close", 1, 65534},
-    };
-    // Every socket stays open until the end, so that no handle comes back for a later case.
-    std::vector<SOCKET> sockets;
-    std::vector<int> ids;
-    for (const Case& c : cases) {
-        SCOPED_TRACE(c.name);
-        SOCKET r = dxtest::MakeTcpSocket();
-        sockets.push_back(r);
-        ids.push_back(FakeScript(c.script));
-        SelectHost(r, FD_CONNECT);
-        ASSERT_EQ(HTTP_SetProxy(r, &fake, sizeof fake, "", c.authenticate), 0);
-        EXPECT_EQ(HTTP_ConnectEx(r, "127.0.0.1", 4321, nullptr, AF_INET), 0);
-        dxtest::PostedMessage connected{};
-        ASSERT_TRUE(AwaitConnect(r, &connected));
-        EXPECT_EQ(connected.Error(), c.error);
-        // The first outcome posted is the only one.
-        host.PumpFor(200);
-        EXPECT_EQ(host.SocketMessages(r).size(), 1u);
-        EXPECT_EQ(HTTP_GetConnectError(r), c.authenticate ? 0u : c.error);
-        EXPECT_EQ(HTTP_ConnectCanceled(r), static_cast<int>(c.authenticate));
-    }
-    for (SOCKET r : sockets) CloseThroughTheLibrary(r);
-    for (size_t i = 0; i < ids.size(); ++i) {
-        EXPECT_EQ(FakeReceived(ids[i]).bytes, cases[i].authenticate ? "" : Request("127.0.0.1:4321")) << cases[i].name;
-    }
-}
 
 // Threads that keep the processors busy while the object lives, so that a caller is likely to lose its
 // processor at any point.
@@ -419,19 +346,6 @@ TEST_F(HttpNonBlockingTest, EveryExchangeSendsItsRequestOnce) {
     for (int i = 0; i < kExchanges; ++i) EXPECT_EQ(FakeReceived(ids[i]).bytes, Request("127.0.0.1:4321")) << i;
 }
 
-TEST_F(HttpNonBlockingTest, GrantHandsTheSocketAndItsEventsToTheHost) {
-    FakeScript("readhttp send=" + dxtest::Hex("HTTP/1.1 200 Connection established\r\n\r\n") + " echo");
-    SelectHost(s, FD_CONNECT | FD_READ | FD_CLOSE);
-    ASSERT_EQ(HTTP_SetProxy(s, &fake, sizeof fake, "", 0), 0);
-    EXPECT_EQ(HTTP_ConnectEx(s, "127.0.0.1", echo, nullptr, AF_INET), 0);
-    dxtest::PostedMessage connected{};
-    ASSERT_TRUE(AwaitConnect(s, &connected));
-    EXPECT_EQ(connected.Error(), 0u);
-    ASSERT_TRUE(dxtest::SendAll(s, "ping"));
-    EXPECT_TRUE(host.AwaitEvent(s, FD_READ, nullptr, 5000));
-    EXPECT_EQ(ReceiveWhenReadable(s, 4), "ping");
-}
-
 TEST_F(HttpNonBlockingTest, HeaderInTwoSegmentsLeavesItsRestToTheHost) {
     const std::string rest = "Proxy-agent: fake/1.0\r\n\r\n";
     FakeScript("readhttp send=" + dxtest::Hex("HTTP/1.0 200 Connection established\r\n") + " sleep=300 send=" +
@@ -443,35 +357,6 @@ TEST_F(HttpNonBlockingTest, HeaderInTwoSegmentsLeavesItsRestToTheHost) {
     ASSERT_TRUE(AwaitConnect(s, &connected));
     EXPECT_EQ(connected.Error(), 0u);
     EXPECT_EQ(ReceiveWhenReadable(s, rest.size()), rest);
-}
-
-TEST_F(HttpNonBlockingTest, FailedTcpConnectToTheProxyTellsTheHostNothing) {
-    SelectHost(s, FD_CONNECT);
-    sockaddr_in closed = dxtest::Loopback(1);
-    ASSERT_EQ(HTTP_SetProxy(s, &closed, sizeof closed, "", 0), 0);
-    dxtest::LogCapture capture;
-    EXPECT_EQ(HTTP_ConnectEx(s, "127.0.0.1", 80, nullptr, AF_INET), 0);
-    host.PumpFor(1500);
-    EXPECT_TRUE(host.SocketMessages(s).empty());
-    // The hidden window saw the failed FD_CONNECT and left it alone.
-    auto events = dxtest::LinesStartingWith(capture.Lines(), Line("httpHiddenOnSocketEvent("));
-    ASSERT_EQ(events.size(), 1u);
-    EXPECT_EQ(events[0], Line("httpHiddenOnSocketEvent(socket:" + S() + ",error:10061,FD event:10)"));
-}
-
-TEST_F(HttpNonBlockingTest, ConnectThatFailsAtOnceIsPostedWithItsCode) {
-    // A TCP connect to the broadcast address fails inside the call.
-    SelectHost(s, FD_CONNECT);
-    sockaddr_in broadcast = dxtest::Loopback(3128);
-    broadcast.sin_addr.s_addr = INADDR_BROADCAST;
-    ASSERT_EQ(HTTP_SetProxy(s, &broadcast, sizeof broadcast, "", 0), 0);
-    EXPECT_EQ(HTTP_ConnectEx(s, "127.0.0.1", 80, nullptr, AF_INET), -1);
-    int code = WSAGetLastError();
-    EXPECT_NE(code, 0);
-    EXPECT_NE(code, WSAEWOULDBLOCK);
-    dxtest::PostedMessage connected{};
-    ASSERT_TRUE(AwaitConnect(s, &connected, 2000));
-    EXPECT_EQ(connected.Error(), static_cast<unsigned>(code));
 }
 
 TEST_F(HttpNonBlockingTest, SilentCloseBeforeTheReplyIsOnlyAnFdCloseAndTheExchangeStaysOpen) {

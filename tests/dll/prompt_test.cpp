@@ -8,11 +8,14 @@
 #include <thread>
 
 #include "bench.h"
+#include "fake_proxy_test.h"
+#include "families.h"
 #include "host_window.h"
 #include "http_api.h"
 #include "prompt_window.h"
 #include "setui_ids.h"
 #include "socks_api.h"
+#include "test_helpers.h"
 
 namespace {
 
@@ -65,26 +68,16 @@ private:
     std::thread worker_;
 };
 
-class PromptTest : public ::testing::Test {
+class PromptTest : public dxtest::FakeProxyTest {
 protected:
     void SetUp() override {
-        s = dxtest::MakeTcpSocket();
-        fake = dxtest::Loopback(dxtest::BenchPort("FAKE_PORT"));
-        dxtest::FakeReset();
+        dxtest::FakeProxyTest::SetUp();
         SOCKS_SetPasswordCallback(nullptr, nullptr);
         HTTP_SetPasswordCallback(nullptr, nullptr);
     }
-    void TearDown() override { dxtest::Retire(s); }
     void Socks5To(const sockaddr_in& proxy, const char* user) {
         ASSERT_EQ(SOCKS_SetProxyEx(s, &proxy, sizeof proxy, user, 5), 0);
     }
-    void MakeNonBlocking() {
-        u_long on = 1;
-        ASSERT_EQ(ioctlsocket(s, FIONBIO, &on), 0);
-    }
-
-    SOCKET s = INVALID_SOCKET;
-    sockaddr_in fake = {};
 };
 
 TEST_F(PromptTest, BlockingSocksPromptSendsWhatTheUserTyped) {
@@ -101,8 +94,7 @@ TEST_F(PromptTest, BlockingSocksPromptSendsWhatTheUserTyped) {
     EXPECT_EQ(seen.address, "127.0.0.1");
     EXPECT_EQ(seen.owner, top);  // the top of the socket's parent window
     EXPECT_EQ(seen.thread, GetCurrentThreadId());
-    dxtest::Retire(s);
-    s = dxtest::MakeTcpSocket();
+    CloseNow();
     std::string request = FakeReceived(id).bytes;
     EXPECT_EQ(dxtest::Hex(request.substr(4, 14)), dxtest::Hex(std::string("\x01\x05" "alice" "\x06" "hunter", 14)));
     DestroyWindow(top);
@@ -117,8 +109,7 @@ TEST_F(PromptTest, BlockingSocksPromptCancelledIsACancelledConnect) {
     EXPECT_EQ(user.Finish().owner, nullptr);
     EXPECT_EQ(SOCKS_ConnectCanceled(s), 1);
     EXPECT_EQ(SOCKS_GetConnectError(s), 0u);
-    dxtest::Retire(s);
-    s = dxtest::MakeTcpSocket();
+    CloseNow();
     EXPECT_EQ(FakeReceived(id).bytes.size(), 4u);  // nothing behind the method selection
 }
 
@@ -135,7 +126,7 @@ TEST_F(PromptTest, BlockingSocksTimeOutFromAnotherThreadEndsWith1460) {
 TEST_F(PromptTest, NonBlockingSocksPromptRunsOnTheHiddenThreadAndMicrosocksTakesThePassword) {
     ASSERT_EQ(SOCKS_Startup(nullptr, 0), 1);
     dxtest::HostWindow host;
-    MakeNonBlocking();
+    dxtest::MakeNonBlocking(s);
     ASSERT_EQ(SOCKS_WSAAsyncSelect(s, host.Handle(), dxtest::HostWindow::kSocketMessage, FD_CONNECT), 0);
     Socks5To(dxtest::Loopback(dxtest::BenchPort("MICROSOCKS_AUTH_PORT")), "dxuser");
     User user(SETUI_TITLE_SOCKS, "dxpass", Answer::kOk);
@@ -151,22 +142,43 @@ TEST_F(PromptTest, NonBlockingSocksPromptRunsOnTheHiddenThreadAndMicrosocksTakes
     EXPECT_EQ(SOCKS_Cleanup(), 1);
 }
 
-TEST_F(PromptTest, NonBlockingSocksTimeOutPostsTheTimeOutCode) {
-    ASSERT_EQ(SOCKS_Startup(nullptr, 0), 1);
-    dxtest::HostWindow host;
-    FakeScript("read=4 send=0502 drain=5000");
-    MakeNonBlocking();
-    ASSERT_EQ(SOCKS_WSAAsyncSelect(s, host.Handle(), dxtest::HostWindow::kSocketMessage, FD_CONNECT), 0);
-    Socks5To(fake, "alice");
-    User user(SETUI_TITLE_SOCKS, "", Answer::kHostTimesOut, SOCKS_ConnectTimeout, s);
-    EXPECT_EQ(SOCKS_ConnectEx(s, "127.0.0.1", 80, nullptr, AF_INET), 0);
-    dxtest::PostedMessage message;
-    ASSERT_TRUE(host.AwaitEvent(s, FD_CONNECT, &message, 10000));
-    EXPECT_EQ(message.Error(), 1460u);
-    ASSERT_TRUE(user.Finish().found);
-    EXPECT_EQ(SOCKS_GetConnectError(s), 1460u);
-    EXPECT_EQ(SOCKS_ConnectCanceled(s), 0);
-    EXPECT_EQ(SOCKS_Cleanup(), 1);
+TEST_F(PromptTest, NonBlockingTimeOutPostsTheFamilysCodeAndKeeps1460) {
+    const dxtest::Family& socks = dxtest::kSocksFamily;
+    const dxtest::Family& http = dxtest::kHttpFamily;
+    struct Case {
+        const dxtest::Family& family;
+        const char* title;
+        const char* script;
+        unsigned proxyArgument;  // SOCKS 5, or HTTP with authentication
+        unsigned posted;         // the error word of FD_CONNECT
+    };
+    const Case cases[] = {
+        {socks, SETUI_TITLE_SOCKS, "read=4 send=0502 drain=5000", 5, 1460},
+        // The step's -1 goes out as the error word; the field holds the time-out.
+        {http, SETUI_TITLE_HTTP, "readhttp drain=5000", 1, 0xFFFF},
+    };
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.family.name);
+        const dxtest::Family& f = c.family;
+        ASSERT_EQ(f.startup(nullptr, 0), 1);
+        dxtest::HostWindow host;
+        SOCKET r = dxtest::MakeTcpSocket();
+        FakeScript(c.script);
+        dxtest::MakeNonBlocking(r);
+        ASSERT_EQ(f.asyncSelect(r, host.Handle(), dxtest::HostWindow::kSocketMessage, FD_CONNECT), 0);
+        ASSERT_EQ(f.setProxy(r, &fake, sizeof fake, "alice", c.proxyArgument), 0);
+        User user(c.title, "", Answer::kHostTimesOut, f.connectTimeout, r);
+        EXPECT_EQ(f.connectEx(r, "127.0.0.1", 4321, nullptr, AF_INET), 0);
+        dxtest::PostedMessage message;
+        ASSERT_TRUE(host.AwaitEvent(r, FD_CONNECT, &message, 10000));
+        EXPECT_EQ(message.Error(), c.posted);
+        ASSERT_TRUE(user.Finish().found);
+        EXPECT_EQ(f.getConnectError(r), 1460u);
+        EXPECT_EQ(f.connectCanceled(r), 0);
+        EXPECT_EQ(f.cleanup(), 1);
+        f.cleanupSocket(r);
+        dxtest::Retire(r);
+    }
 }
 
 TEST_F(PromptTest, BlockingHttpPromptGivesSquidItsPassword) {
@@ -187,28 +199,8 @@ TEST_F(PromptTest, BlockingHttpPromptWithAnEmptyPasswordIsDeclined) {
     EXPECT_EQ(WSAGetLastError(), 65534);
     ASSERT_TRUE(user.Finish().found);
     EXPECT_EQ(HTTP_ConnectCanceled(s), 1);
-    dxtest::Retire(s);
-    s = dxtest::MakeTcpSocket();
+    CloseNow();
     EXPECT_EQ(FakeReceived(id).bytes, "");
-}
-
-TEST_F(PromptTest, NonBlockingHttpTimeOutPostsMinusOneAndKeeps1460) {
-    ASSERT_EQ(HTTP_Startup(nullptr, 0), 1);
-    dxtest::HostWindow host;
-    FakeScript("readhttp drain=5000");
-    MakeNonBlocking();
-    ASSERT_EQ(HTTP_WSAAsyncSelect(s, host.Handle(), dxtest::HostWindow::kSocketMessage, FD_CONNECT), 0);
-    ASSERT_EQ(HTTP_SetProxy(s, &fake, sizeof fake, "alice", 1), 0);
-    User user(SETUI_TITLE_HTTP, "", Answer::kHostTimesOut, HTTP_ConnectTimeout, s);
-    EXPECT_EQ(HTTP_ConnectEx(s, "127.0.0.1", 4321, nullptr, AF_INET), 0);
-    dxtest::PostedMessage message;
-    ASSERT_TRUE(host.AwaitEvent(s, FD_CONNECT, &message, 10000));
-    // The step's -1 goes out as the error word; the field holds the time-out.
-    EXPECT_EQ(message.Error(), 0xFFFFu);
-    ASSERT_TRUE(user.Finish().found);
-    EXPECT_EQ(HTTP_GetConnectError(s), 1460u);
-    EXPECT_EQ(HTTP_ConnectCanceled(s), 0);
-    EXPECT_EQ(HTTP_Cleanup(), 1);
 }
 
 }  // namespace

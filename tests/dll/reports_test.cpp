@@ -7,10 +7,12 @@
 #include <vector>
 
 #include "bench.h"
+#include "fake_proxy_test.h"
 #include "http_api.h"
 #include "log_capture.h"
 #include "module_files.h"
 #include "socks_api.h"
+#include "test_helpers.h"
 
 namespace {
 
@@ -39,19 +41,10 @@ std::vector<std::string> Reports(const std::vector<std::string>& lines) {
     return reports;
 }
 
-class ReportsTest : public ::testing::Test {
+class ReportsTest : public dxtest::FakeProxyTest {
 protected:
-    void SetUp() override {
-        s = dxtest::MakeTcpSocket();
-        fake = dxtest::Loopback(dxtest::BenchPort("FAKE_PORT"));
-        dxtest::FakeReset();
-    }
-    void TearDown() override { dxtest::Retire(s); }
-    int S() const { return static_cast<int>(s); }
-    int FakePort() const { return ntohs(fake.sin_port); }
-
-    SOCKET s = INVALID_SOCKET;
-    sockaddr_in fake = {};
+    // The socket as a report's %d argument.
+    int Handle() const { return static_cast<int>(s); }
 };
 
 TEST_F(ReportsTest, Socks4ReplyCodesHaveTheirReports) {
@@ -69,9 +62,9 @@ TEST_F(ReportsTest, Socks4ReplyCodesHaveTheirReports) {
         ASSERT_EQ(SOCKS_SetProxy(s, &fake, sizeof fake, ""), 0);
         dxtest::LogCapture capture;
         SOCKS_ConnectEx(s, "127.0.0.1", 4321, nullptr, AF_INET);
-        std::string verdict = c.id == 2006 ? Report(2006, 0x77, S()) : Report(c.id, S());
-        std::vector<std::string> expected = {Report(1003, "127.0.0.1", FakePort(), S()),
-                                             Report(2000, "127.0.0.1", 4321, S()), verdict};
+        std::string verdict = c.id == 2006 ? Report(2006, 0x77, Handle()) : Report(c.id, Handle());
+        std::vector<std::string> expected = {Report(1003, "127.0.0.1", FakePort(), Handle()),
+                                             Report(2000, "127.0.0.1", 4321, Handle()), verdict};
         EXPECT_EQ(Reports(capture.Lines()), expected);
     }
 }
@@ -81,8 +74,8 @@ TEST_F(ReportsTest, HttpConnectReportsTheProxyAndTheTarget) {
     ASSERT_EQ(HTTP_SetProxy(s, &fake, sizeof fake, "", 0), 0);
     dxtest::LogCapture capture;
     EXPECT_EQ(HTTP_ConnectEx(s, "127.0.0.1", 4321, nullptr, AF_INET), 0);
-    std::vector<std::string> expected = {Report(1003, "127.0.0.1", FakePort(), S()),
-                                         Report(2000, "127.0.0.1", 4321, S())};
+    std::vector<std::string> expected = {Report(1003, "127.0.0.1", FakePort(), Handle()),
+                                         Report(2000, "127.0.0.1", 4321, Handle())};
     EXPECT_EQ(Reports(capture.Lines()), expected);
 }
 
@@ -93,21 +86,21 @@ TEST_F(ReportsTest, DirectConnectWithoutAProxyReportsTheTarget) {
     ASSERT_EQ(HTTP_SetProxy(s, &none, sizeof none, "", 0), 0);
     dxtest::LogCapture capture;
     EXPECT_EQ(HTTP_ConnectEx(s, "127.0.0.1", static_cast<unsigned>(FakePort()), nullptr, AF_INET), 0);
-    std::vector<std::string> expected = {Report(1002, "127.0.0.1", FakePort(), S()),
-                                         Report(2000, "127.0.0.1", FakePort(), S())};
+    std::vector<std::string> expected = {Report(1002, "127.0.0.1", FakePort(), Handle()),
+                                         Report(2000, "127.0.0.1", FakePort(), Handle())};
     EXPECT_EQ(Reports(capture.Lines()), expected);
 }
 
 TEST_F(ReportsTest, BindReportsItsOwnRequest) {
     ASSERT_EQ(HTTP_Startup(nullptr, 0), 1);
     FakeScript("readhttp send=" + dxtest::Hex("HTTP/1.1 200 OK\r\n\r\n") + " drain=2000");
-    u_long on = 1;  // through the library, which then runs the exchange on its hidden thread
-    ASSERT_EQ(HTTP_ioctlsocket(s, FIONBIO, &on), 0);
+    // Through the library, which then runs the exchange on its hidden thread.
+    dxtest::MakeNonBlocking(s, HTTP_ioctlsocket);
     ASSERT_EQ(HTTP_SetProxy(s, &fake, sizeof fake, "", 0), 0);
     dxtest::LogCapture capture;
     EXPECT_EQ(HTTP_BindEx(s, "127.0.0.1", 4321, nullptr, AF_INET), 0);
-    std::vector<std::string> expected = {Report(1003, "127.0.0.1", FakePort(), S()),
-                                         Report(2001, "127.0.0.1", 4321, S())};
+    std::vector<std::string> expected = {Report(1003, "127.0.0.1", FakePort(), Handle()),
+                                         Report(2001, "127.0.0.1", 4321, Handle())};
     EXPECT_EQ(Reports(capture.Lines()), expected);
     HTTP_CleanupSocket(s);
     EXPECT_EQ(HTTP_Cleanup(), 1);

@@ -7,8 +7,10 @@
 
 #include "bench.h"
 #include "declining_passwords.h"
+#include "fake_proxy_test.h"
 #include "log_capture.h"
 #include "socks_api.h"
+#include "test_helpers.h"
 
 namespace {
 
@@ -32,37 +34,32 @@ std::string RequestByName(const std::string& name, uint16_t port) {
 // A granted connect reply with a bound address, 10 bytes.
 const char kGranted[] = "05000001000000000000";
 
-class Socks5ConnectTest : public ::testing::Test {
+class Socks5ConnectTest : public dxtest::FakeProxyTest {
 protected:
-    void SetUp() override {
-        s = dxtest::MakeTcpSocket();
-        fake = dxtest::Loopback(dxtest::BenchPort("FAKE_PORT"));
-        echo = dxtest::BenchPort("ECHO_PORT");
-        dxtest::FakeReset();
-    }
-    void TearDown() override { dxtest::Retire(s); }
     int Connect(const char* host, uint16_t port, const char* user = "") {
         EXPECT_EQ(SOCKS_SetProxyEx(s, &fake, sizeof fake, user, 5), 0);
         return SOCKS_ConnectEx(s, host, port, nullptr, AF_INET);
     }
+    // Everything the fake proxy received, once the socket is gone.
     std::string Received(int id) {
-        dxtest::Retire(s);
+        CloseNow();
         return FakeReceived(id).bytes;
     }
-
-    SOCKET s = INVALID_SOCKET;
-    sockaddr_in fake = {};
-    uint16_t echo = 0;
 };
 
-TEST_F(Socks5ConnectTest, ResolvedNameGoesAsAnAddressAndDataFlows) {
-    int id = FakeScript(std::string("read=3 send=0500 read=10 send=") + kGranted + " echo");
-    WSASetLastError(0);
-    ASSERT_EQ(Connect("127.0.0.1", 5555), 0);
-    EXPECT_EQ(WSAGetLastError(), 0);
-    ASSERT_TRUE(dxtest::SendAll(s, "five"));
-    EXPECT_EQ(dxtest::Receive(s, 4), "five");
-    EXPECT_EQ(Received(id), kSelectWithoutUser + RequestByAddress(5555) + "five");
+TEST_F(Socks5ConnectTest, ADestinationThatResolvesGoesAsAnAddressAndDataFlows) {
+    // A name that resolves here goes as address type 1, without the name.
+    for (const char* host : {"127.0.0.1", "localhost"}) {
+        SCOPED_TRACE(host);
+        int id = FakeScript(std::string("read=3 send=0500 read=10 send=") + kGranted + " echo");
+        if (s == INVALID_SOCKET) s = dxtest::MakeTcpSocket();  // the last row's is gone
+        WSASetLastError(0);
+        ASSERT_EQ(Connect(host, 5555), 0);
+        EXPECT_EQ(WSAGetLastError(), 0);
+        ASSERT_TRUE(dxtest::SendAll(s, "five"));
+        EXPECT_EQ(dxtest::Receive(s, 4), "five");
+        EXPECT_EQ(dxtest::Hex(Received(id)), dxtest::Hex(kSelectWithoutUser + RequestByAddress(5555) + "five"));
+    }
 }
 
 TEST_F(Socks5ConnectTest, UnresolvedNameGoesToTheProxyAsText) {
@@ -94,22 +91,13 @@ TEST_F(Socks5ConnectTest, LogOfAGrantedConnect) {
     ASSERT_EQ(SOCKS_SetProxyEx(s, &fake, sizeof fake, "", 5), 0);
     dxtest::LogCapture capture;
     ASSERT_EQ(SOCKS_ConnectEx(s, "127.0.0.1", 80, nullptr, AF_INET), 0);
-    std::string socket = std::to_string(static_cast<int>(s));
-    std::vector<std::string> expected = {
-        "DXSOCKS: Begin func SOCKS_ConnectEx",
-        "DXSOCKS:  socket = " + socket,
-        "DXSOCKS: Begin host:port 127.0.0.1:80",
-        "DXSOCKS: CSocksSocket::ProcessState - Sending SOCKSv5 method select header.",
-        "DXSOCKS: CSocksSocket::Send - 3 bytes sent.",
-        "DXSOCKS: CSocksSocket::StartReading",
-        "DXSOCKS: CSocksSocket::ProcessState - Sending SOCKS protocol header.",
-        "DXSOCKS: CSocksSocket::Send - 10 bytes sent.",
-        "DXSOCKS: CSocksSocket::StartReading",
-        "DXSOCKS: End host:port 127.0.0.1:80",
-        "DXSOCKS: WinSock Error = 0",
-        "DXSOCKS:  result = 0",
-        "DXSOCKS: End func SOCKS_ConnectEx",
-    };
+    const dxtest::Lines expected = dxtest::Frame(
+        "SOCKS_ConnectEx", s,
+        {"Begin host:port 127.0.0.1:80", "CSocksSocket::ProcessState - Sending SOCKSv5 method select header.",
+         "CSocksSocket::Send - 3 bytes sent.", "CSocksSocket::StartReading",
+         "CSocksSocket::ProcessState - Sending SOCKS protocol header.", "CSocksSocket::Send - 10 bytes sent.",
+         "CSocksSocket::StartReading", "End host:port 127.0.0.1:80", "WinSock Error = 0"},
+        0);
     // The numbered reports among these lines are the business of reports_test.cpp.
     EXPECT_EQ(dxtest::LinesStartingWith(capture.Lines(), "DXSOCKS: "), expected);
 }

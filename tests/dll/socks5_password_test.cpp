@@ -6,7 +6,9 @@
 #include <string>
 #include <vector>
 
+#include "answering_passwords.h"
 #include "bench.h"
+#include "fake_proxy_test.h"
 #include "host_window.h"
 #include "log_capture.h"
 #include "socks_api.h"
@@ -16,50 +18,16 @@ namespace {
 using dxtest::FakeReceived;
 using dxtest::FakeScript;
 
-struct Answer {
-    std::wstring password;
-    int result = 1;
-    // What the callback was asked.
-    int calls = 0;
-    int size = 0;
-    std::wstring user;
-    std::wstring proxy;
-    DWORD thread = 0;
-};
-
-int AnswerPassword(void* context, wchar_t* password, int size, const wchar_t* user, const wchar_t* proxy) {
-    auto* answer = static_cast<Answer*>(context);
-    ++answer->calls;
-    answer->size = size;
-    answer->user = user;
-    answer->proxy = proxy;
-    answer->thread = GetCurrentThreadId();
-    wcsncpy(password, answer->password.c_str(), static_cast<size_t>(size) - 1);
-    return answer->result;
-}
-
 std::string Hex(const std::string& bytes) { return dxtest::Hex(bytes); }
 
-class Socks5PasswordTest : public ::testing::Test {
+class Socks5PasswordTest : public dxtest::FakeProxyTest {
 protected:
-    void SetUp() override {
-        s = dxtest::MakeTcpSocket();
-        fake = dxtest::Loopback(dxtest::BenchPort("FAKE_PORT"));
-        dxtest::FakeReset();
-        SOCKS_SetPasswordCallback(&answer, AnswerPassword);
-    }
-    void TearDown() override {
-        SOCKS_SetPasswordCallback(nullptr, nullptr);
-        dxtest::Retire(s);
-    }
     int ConnectThrough(const sockaddr_in& proxy, const char* user, uint16_t port) {
         EXPECT_EQ(SOCKS_SetProxyEx(s, &proxy, sizeof proxy, user, 5), 0);
         return SOCKS_ConnectEx(s, "127.0.0.1", port, nullptr, AF_INET);
     }
 
-    Answer answer;
-    SOCKET s = INVALID_SOCKET;
-    sockaddr_in fake = {};
+    dxtest::AnsweringPasswords answer{SOCKS_SetPasswordCallback};
 };
 
 TEST_F(Socks5PasswordTest, PasswordFromTheCallbackGoesOutAfterTheUserName) {
@@ -72,7 +40,7 @@ TEST_F(Socks5PasswordTest, PasswordFromTheCallbackGoesOutAfterTheUserName) {
     EXPECT_EQ(answer.user, L"alice");
     EXPECT_EQ(answer.proxy, L"127.0.0.1");
     EXPECT_EQ(answer.thread, GetCurrentThreadId());  // a blocking handshake runs on the caller's thread
-    dxtest::Retire(s);
+    CloseNow();
     std::string expected = dxtest::Unhex("05020200") + std::string("\x01\x05" "alice" "\x06" "secret", 14) +
                            dxtest::Unhex("050100017f0000010050");
     EXPECT_EQ(Hex(FakeReceived(id).bytes), Hex(expected));
@@ -88,7 +56,7 @@ TEST_F(Socks5PasswordTest, CallbackThatDeclinesIsACancelledPrompt) {
     EXPECT_EQ(ConnectThrough(fake, "alice", 80), -1);
     EXPECT_EQ(SOCKS_ConnectCanceled(s), 1);
     EXPECT_EQ(SOCKS_GetConnectError(s), 0u);
-    dxtest::Retire(s);
+    CloseNow();
     EXPECT_EQ(FakeReceived(id).bytes, dxtest::Unhex("05020200"));
 }
 
@@ -96,7 +64,7 @@ TEST_F(Socks5PasswordTest, EmptyPasswordTheCallbackAcceptsGoesOutWithLengthZero)
     answer.password = L"";
     int id = FakeScript("read=4 send=0502 read=5 send=0100 read=10 send=05000001000000000000 drain=3000");
     EXPECT_EQ(ConnectThrough(fake, "bob", 80), 0);
-    dxtest::Retire(s);
+    CloseNow();
     EXPECT_EQ(FakeReceived(id).bytes.substr(4, 6), std::string("\x01\x03" "bob" "\x00", 6));
 }
 

@@ -7,58 +7,33 @@
 #include <vector>
 
 #include "bench.h"
-#include "test_helpers.h"
 #include "declining_passwords.h"
+#include "fake_proxy_test.h"
+#include "families.h"
 #include "host_window.h"
+#include "http_api.h"
 #include "log_capture.h"
 #include "socks_api.h"
+#include "test_helpers.h"
 
 namespace {
 
-using dxtest::Line;
 using dxtest::Dotted;
-using dxtest::IsOpen;
-using dxtest::ReturnsWithin;
-
 using dxtest::FakeReceived;
 using dxtest::FakeScript;
-using Lines = std::vector<std::string>;
+using dxtest::Family;
+using dxtest::Frame;
+using dxtest::FrameWithoutResult;
+using dxtest::IsOpen;
+using dxtest::Line;
+using dxtest::Lines;
+using dxtest::ReturnsWithin;
 
-class SocksCallsDllTest : public ::testing::Test {
+class SocksCallsDllTest : public dxtest::FakeProxyTest {
 protected:
     // The hidden thread drives the non-blocking handshakes.
     static void SetUpTestSuite() { ASSERT_EQ(SOCKS_Startup(nullptr, 0), 1); }
     static void TearDownTestSuite() { SOCKS_Cleanup(); }
-
-    void SetUp() override {
-        s = dxtest::MakeTcpSocket();
-        ASSERT_NE(s, INVALID_SOCKET);
-        fake = dxtest::Loopback(dxtest::BenchPort("FAKE_PORT"));
-        echo = dxtest::BenchPort("ECHO_PORT");
-        dxtest::FakeReset();
-    }
-    void TearDown() override {
-        if (s != INVALID_SOCKET) dxtest::Retire(s);
-        dxtest::FakeReset();
-    }
-    // The socket was closed through the library, which forgot it.
-    void ClosedThroughTheLibrary() { s = INVALID_SOCKET; }
-    void MakeNonBlocking(SOCKET handle) {
-        u_long on = 1;
-        ASSERT_EQ(SOCKS_ioctlsocket(handle, static_cast<long>(FIONBIO), &on), 0);
-    }
-    // A plain socket connected to the echo server: writable at once.
-    SOCKET EchoConnection() {
-        SOCKET plain = dxtest::MakeTcpSocket();
-        sockaddr_in address = dxtest::Loopback(echo);
-        EXPECT_EQ(connect(plain, reinterpret_cast<sockaddr*>(&address), sizeof address), 0);
-        return plain;
-    }
-    std::string S() const { return std::to_string(static_cast<int>(s)); }
-
-    SOCKET s = INVALID_SOCKET;
-    sockaddr_in fake = {};
-    uint16_t echo = 0;
 };
 
 TEST_F(SocksCallsDllTest, SecondConnectExOnAnEstablishedSocketReusesTheProxyAndFailsAsAlreadyConnected) {
@@ -77,33 +52,10 @@ TEST_F(SocksCallsDllTest, SecondConnectExOnAnEstablishedSocketReusesTheProxyAndF
     EXPECT_EQ(errors[0], Line("WinSock Error = 10056"));
     EXPECT_EQ(FakeReceived(second, 300).status, "pending");
 
-    // The object rests in state 9, which closes on the first call.
+    // The object rests in kFinished, which closes on the first call.
     EXPECT_EQ(SOCKS_closesocket(s), 0);
-    ClosedThroughTheLibrary();
+    Forget();
     EXPECT_EQ(FakeReceived(first).status, "done");
-}
-
-TEST_F(SocksCallsDllTest, GetSockNameAfterAConnectThroughTheProxyIsTheProxyWithPortZero) {
-    FakeScript("read=9 send=005a000000000000 drain=3000");
-    ASSERT_EQ(SOCKS_SetProxyEx(s, &fake, sizeof fake, "", 4), 0);
-    ASSERT_EQ(SOCKS_ConnectEx(s, "127.0.0.1", echo, nullptr, AF_INET), 0);
-    sockaddr_in name = {};
-    int length = sizeof name;
-    dxtest::LogCapture capture;
-    EXPECT_EQ(SOCKS_getsockname(s, reinterpret_cast<sockaddr*>(&name), &length), 0);
-    EXPECT_EQ(name.sin_family, AF_INET);
-    EXPECT_EQ(Dotted(name), "127.0.0.1");
-    EXPECT_EQ(name.sin_port, 0);
-    Lines expected = {
-        Line("Begin func SOCKS_getsockname"),
-        Line(" socket = " + S()),
-        Line("Begin addr 0.0.0.0:0"),
-        Line("calling CSocksSocket::GetSockName"),
-        Line("End addr 127.0.0.1:0"),
-        Line(" result = 0"),
-        Line("End func SOCKS_getsockname"),
-    };
-    EXPECT_EQ(capture.Lines(), expected);
 }
 
 TEST_F(SocksCallsDllTest, GetSockNameAfterSetProxyExBeforeAnyConnectIsTheProxyWithPortZero) {
@@ -116,29 +68,6 @@ TEST_F(SocksCallsDllTest, GetSockNameAfterSetProxyExBeforeAnyConnectIsTheProxyWi
     EXPECT_EQ(name.sin_family, AF_INET);
     EXPECT_EQ(Dotted(name), "10.1.2.3");
     EXPECT_EQ(name.sin_port, 0);
-}
-
-TEST_F(SocksCallsDllTest, GetSockNameOfAPlainSocketIsTheRealCall) {
-    sockaddr_in local = dxtest::Loopback(0);
-    ASSERT_EQ(bind(s, reinterpret_cast<sockaddr*>(&local), sizeof local), 0);
-    sockaddr_in real = {};
-    int realLength = sizeof real;
-    ASSERT_EQ(getsockname(s, reinterpret_cast<sockaddr*>(&real), &realLength), 0);
-    sockaddr_in name = {};
-    int length = sizeof name;
-    dxtest::LogCapture capture;
-    EXPECT_EQ(SOCKS_getsockname(s, reinterpret_cast<sockaddr*>(&name), &length), 0);
-    EXPECT_EQ(length, static_cast<int>(sizeof name));
-    EXPECT_EQ(name.sin_port, real.sin_port);
-    auto calls = dxtest::LinesStartingWith(capture.Lines(), Line("calling "));
-    ASSERT_EQ(calls.size(), 1u);
-    EXPECT_EQ(calls[0], Line("calling ::getsockname"));
-
-    // Unbound, the real call fails and so does this one.
-    SOCKET unbound = dxtest::MakeTcpSocket();
-    EXPECT_EQ(SOCKS_getsockname(unbound, reinterpret_cast<sockaddr*>(&name), &length), SOCKET_ERROR);
-    EXPECT_EQ(WSAGetLastError(), WSAEINVAL);
-    closesocket(unbound);
 }
 
 TEST_F(SocksCallsDllTest, SetProtocolVersionReturnsMinusOneLogsNothingAndLeavesTheVersion) {
@@ -154,12 +83,8 @@ TEST_F(SocksCallsDllTest, SetProtocolVersionReturnsMinusOneLogsNothingAndLeavesT
     // Still a version 4 request.
     ASSERT_EQ(SOCKS_ConnectEx(s, "127.0.0.1", 80, nullptr, AF_INET), 0);
     EXPECT_EQ(SOCKS_closesocket(s), 0);
-    ClosedThroughTheLibrary();
+    Forget();
     EXPECT_EQ(dxtest::Hex(FakeReceived(id).bytes), "04010050" "7f000001" "00");
-}
-
-TEST_F(SocksCallsDllTest, SetProxyExOfAnInvalidSocketGivesOne) {
-    EXPECT_EQ(SOCKS_SetProxyEx(INVALID_SOCKET, &fake, sizeof fake, "", 5), 1);
 }
 
 TEST_F(SocksCallsDllTest, AcceptOfAPlainListeningSocketIsTheRealAccept) {
@@ -184,16 +109,9 @@ TEST_F(SocksCallsDllTest, AcceptOfAPlainListeningSocketIsTheRealAccept) {
     EXPECT_EQ(length, static_cast<int>(sizeof peer));
     EXPECT_EQ(peer.sin_port, clientAddress.sin_port);
     const std::string port = std::to_string(ntohs(clientAddress.sin_port));
-    Lines expected = {
-        Line("Begin func SOCKS_accept"),
-        Line(" socket = " + S()),
-        Line("Begin addr 0.0.0.0:0"),
-        Line("End addr 127.0.0.1:" + port),
-        Line("WinSock Error = 0"),
-        Line(" result = " + std::to_string(static_cast<int>(accepted))),
-        Line("End func SOCKS_accept"),
-    };
-    EXPECT_EQ(capture.Lines(), expected);
+    EXPECT_EQ(capture.Lines(), Frame("SOCKS_accept", s, {"Begin addr 0.0.0.0:0", "End addr 127.0.0.1:" + port,
+                                                         "WinSock Error = 0"},
+                                     static_cast<int>(accepted)));
     ASSERT_TRUE(dxtest::SendAll(client, "x"));
     EXPECT_EQ(dxtest::Receive(accepted, 1, 2000), "x");
     closesocket(client);
@@ -205,9 +123,7 @@ TEST_F(SocksCallsDllTest, IoctlSocketWithANullArgumentReturnsAndSets10014) {
     WSASetLastError(0);
     EXPECT_EQ(SOCKS_ioctlsocket(s, static_cast<long>(FIONBIO), nullptr), WSAEFAULT);
     EXPECT_EQ(WSAGetLastError(), WSAEFAULT);
-    Lines expected = {Line("Begin func SOCKS_ioctlsocket"), Line(" socket = " + S()), Line(" result = 10014"),
-                      Line("End func SOCKS_ioctlsocket")};
-    EXPECT_EQ(capture.Lines(), expected);
+    EXPECT_EQ(capture.Lines(), Frame("SOCKS_ioctlsocket", s, {}, WSAEFAULT));
 }
 
 // Whether a call left library state for a socket shows at its close: a never connected object owes
@@ -265,7 +181,7 @@ TEST_F(SocksCallsDllTest, OnlyFionbioAndAPushedSelectionLeaveStateThatTheCloseKe
 
 TEST_F(SocksCallsDllTest, WsaAsyncSelectOnAPlainSocketSelectsTheEventsAtOnce) {
     dxtest::HostWindow window;
-    SOCKET plain = EchoConnection();
+    SOCKET plain = dxtest::EchoConnection();
     EXPECT_EQ(SOCKS_WSAAsyncSelect(plain, window.Handle(), dxtest::HostWindow::kSocketMessage, FD_WRITE | FD_READ), 0);
     ASSERT_TRUE(window.PumpUntil([&] { return !window.SocketMessages(plain).empty(); }, 3000));
     EXPECT_EQ(window.SocketMessages(plain)[0].Event(), static_cast<unsigned>(FD_WRITE));
@@ -314,84 +230,8 @@ TEST_F(SocksCallsDllTest, WsaAsyncSelectBeforeTheConnectTakesEffectWhenTheHandsh
     EXPECT_TRUE(window.PumpUntil([&] { return window.SocketMessages(s).size() > before; }, 3000));
     WSAAsyncSelect(s, window.Handle(), 0, 0);
     EXPECT_EQ(SOCKS_closesocket(s), 0);
-    ClosedThroughTheLibrary();
+    Forget();
     EXPECT_EQ(FakeReceived(id).status, "done");
-}
-
-TEST_F(SocksCallsDllTest, SelectWaitsForANonBlockingHandshakeAndThenReportsTheSocket) {
-    FakeScript("read=9 sleep=300 send=005a000000000000 drain=3000");
-    MakeNonBlocking(s);
-    ASSERT_EQ(SOCKS_SetProxyEx(s, &fake, sizeof fake, "", 4), 0);
-    ASSERT_EQ(SOCKS_ConnectEx(s, "127.0.0.1", echo, nullptr, AF_INET), 0);
-    SOCKET plain = EchoConnection();
-
-    fd_set writes;
-    FD_ZERO(&writes);
-    FD_SET(s, &writes);
-    FD_SET(plain, &writes);
-    int result = 0;
-    DWORD elapsed = 0;
-    ASSERT_TRUE(ReturnsWithin(5000, [&] {
-        timeval zero = {0, 0};
-        DWORD start = GetTickCount();
-        result = SOCKS_select(0, nullptr, &writes, nullptr, &zero);
-        elapsed = GetTickCount() - start;
-    }));
-    EXPECT_EQ(result, 2);
-    ASSERT_EQ(writes.fd_count, 2u);
-    EXPECT_EQ(writes.fd_array[0], plain);
-    EXPECT_EQ(writes.fd_array[1], s);
-    EXPECT_GE(elapsed, 150u);
-    closesocket(plain);
-    EXPECT_EQ(SOCKS_closesocket(s), 0);
-    ClosedThroughTheLibrary();
-}
-
-TEST_F(SocksCallsDllTest, SelectOfACancelledPasswordPromptFailsWith65534) {
-    // The proxy asks for username and password, and the user declines.
-    dxtest::DecliningPasswords declining;
-    int id = FakeScript("read=4 sleep=200 send=0502 drain=3000");
-    MakeNonBlocking(s);
-    ASSERT_EQ(SOCKS_SetProxyEx(s, &fake, sizeof fake, "alice", 5), 0);
-    ASSERT_EQ(SOCKS_ConnectEx(s, "127.0.0.1", echo, nullptr, AF_INET), 0);
-    SOCKET plain = EchoConnection();
-
-    fd_set writes;
-    FD_ZERO(&writes);
-    FD_SET(s, &writes);
-    FD_SET(plain, &writes);
-    int result = 0;
-    int error = 0;
-    ASSERT_TRUE(ReturnsWithin(5000, [&] {
-        timeval zero = {0, 0};
-        result = SOCKS_select(0, nullptr, &writes, nullptr, &zero);
-        error = WSAGetLastError();
-    }));
-    EXPECT_EQ(result, SOCKET_ERROR);
-    EXPECT_EQ(error, DXSOCKS_PASSWORD_CANCELLED);
-    EXPECT_EQ(SOCKS_ConnectCanceled(s), 1);
-    closesocket(plain);
-    // Failed in mid-handshake: the close owes nothing, so the host cleans up and closes itself.
-    SOCKS_CleanupSocket(s);
-    EXPECT_EQ(SOCKS_closesocket(s), 0);
-    ClosedThroughTheLibrary();
-    EXPECT_EQ(dxtest::Hex(FakeReceived(id).bytes), "05020200");
-}
-
-TEST_F(SocksCallsDllTest, BindExWithoutAProxyGivesPositive10038AndErrorZero) {
-    for (SOCKET handle : {s, INVALID_SOCKET}) {
-        SCOPED_TRACE(handle == INVALID_SOCKET ? "INVALID_SOCKET" : "socket without a proxy");
-        dxtest::LogCapture capture;
-        WSASetLastError(4242);
-        EXPECT_EQ(SOCKS_BindEx(handle, "127.0.0.1", 4321, nullptr, AF_INET), WSAENOTSOCK);
-        EXPECT_EQ(WSAGetLastError(), 0);
-        auto lines = capture.Lines();
-        ASSERT_GE(lines.size(), 4u);
-        Lines tail(lines.end() - 4, lines.end());
-        Lines expected = {Line("End host:port 127.0.0.1:4321"), Line("WinSock Error = 0"), Line(" result = 10038"),
-                          Line("End func SOCKS_BindEx")};
-        EXPECT_EQ(tail, expected);
-    }
 }
 
 TEST_F(SocksCallsDllTest, BindTakesAnAddressRecordAsBindExDoes) {
@@ -399,19 +239,15 @@ TEST_F(SocksCallsDllTest, BindTakesAnAddressRecordAsBindExDoes) {
     dxtest::LogCapture capture;
     EXPECT_EQ(SOCKS_bind(s, reinterpret_cast<sockaddr*>(&peer), sizeof peer), WSAENOTSOCK);
     EXPECT_EQ(WSAGetLastError(), 0);
-    Lines expected = {
-        Line("Begin func SOCKS_bind"),
-        Line(" socket = " + S()),
-        Line("Begin func SOCKS_BindEx"),
-        Line(" socket = " + S()),
-        Line("Begin host:port 127.0.0.1:4321"),
-        Line("CSocksSocket::CSocksSocket(" + S() + ")"),
-        Line("End host:port 127.0.0.1:4321"),
-        Line("WinSock Error = 0"),
-        Line(" result = 10038"),
-        Line("End func SOCKS_BindEx"),
-        Line("End func SOCKS_bind"),
-    };
+    // SOCKS_bind's own frame logs no result.
+    Lines expected = dxtest::Joined({
+        {Line("Begin func SOCKS_bind"), Line(" socket = " + S())},
+        Frame("SOCKS_BindEx", s,
+              {"Begin host:port 127.0.0.1:4321", "CSocksSocket::CSocksSocket(" + S() + ")",
+               "End host:port 127.0.0.1:4321", "WinSock Error = 0"},
+              WSAENOTSOCK),
+        {Line("End func SOCKS_bind")},
+    });
     EXPECT_EQ(capture.Lines(), expected);
 }
 
@@ -419,7 +255,7 @@ TEST_F(SocksCallsDllTest, BindTakesAnAddressRecordAsBindExDoes) {
 // second reply, and the two closes that the accepted handle owes.
 TEST_F(SocksCallsDllTest, GrantedBindThenGetSockNameListenAcceptAndTwoCloses) {
     int id = FakeScript("read=9 send=005a000000000000 sleep=400 send=005a1f900a000001 drain=5000");
-    MakeNonBlocking(s);
+    dxtest::MakeNonBlocking(s, SOCKS_ioctlsocket);
     ASSERT_EQ(SOCKS_SetProxyEx(s, &fake, sizeof fake, "", 4), 0);
     int result = -2;
     int error = -2;
@@ -455,29 +291,382 @@ TEST_F(SocksCallsDllTest, GrantedBindThenGetSockNameListenAcceptAndTwoCloses) {
     EXPECT_EQ(SOCKS_closesocket(s), 0);
     ASSERT_TRUE(dxtest::SendAll(s, "still open"));
     EXPECT_EQ(SOCKS_closesocket(s), 0);
-    ClosedThroughTheLibrary();
+    Forget();
     dxtest::FakeLog log = FakeReceived(id, 3000);
     EXPECT_EQ(log.status, "done");
     EXPECT_EQ(dxtest::Hex(log.bytes), "040210e17f00000100" + dxtest::Hex("still open"));
 }
 
-TEST_F(SocksCallsDllTest, BindExWithACancelledPasswordPromptEndsWithMinusOneAsTheError) {
-    dxtest::DecliningPasswords declining;
-    FakeScript("read=4 send=0502 drain=3000");
-    MakeNonBlocking(s);
-    ASSERT_EQ(SOCKS_SetProxyEx(s, &fake, sizeof fake, "alice", 5), 0);
-    int result = 0;
-    int error = 0;
-    ASSERT_TRUE(ReturnsWithin(5000, [&] {
-        result = SOCKS_BindEx(s, "127.0.0.1", 4321, nullptr, AF_INET);
-        error = WSAGetLastError();
-    }));
-    EXPECT_EQ(result, SOCKET_ERROR);
-    EXPECT_EQ(error, -1);
-    EXPECT_EQ(SOCKS_ConnectCanceled(s), 1);
-    SOCKS_CleanupSocket(s);
-    EXPECT_EQ(SOCKS_closesocket(s), 0);
-    ClosedThroughTheLibrary();
+TEST_F(SocksCallsDllTest, SetProxyOfAnInvalidSocketGivesOneForEitherVersion) {
+    EXPECT_EQ(SOCKS_SetProxy(INVALID_SOCKET, &fake, sizeof fake, ""), 1);
+    EXPECT_EQ(SOCKS_SetProxyEx(INVALID_SOCKET, &fake, sizeof fake, "", 5), 1);
+}
+
+// ---- The calls that both families make alike ----
+
+class FamilyCallsTest : public dxtest::FakeProxyTest, public ::testing::WithParamInterface<const Family*> {
+protected:
+    const Family& F() const { return *GetParam(); }
+    void Close(SOCKET socket) override {
+        F().cleanupSocket(socket);
+        dxtest::Retire(socket);
+    }
+    std::string ObjectMade() const { return std::string(F().socketClass) + "::" + F().socketClass + "(" + S() + ")"; }
+};
+
+TEST_P(FamilyCallsTest, LogFrames) {
+    dxtest::HostWindow window;
+    const Family& f = F();
+    struct Case {
+        const char* name;
+        std::function<void()> call;
+        Lines expected;
+    };
+    u_long count = 0;
+    timeval zero = {0, 0};
+    const Case cases[] = {
+        {"ConnectCanceled", [&] { f.connectCanceled(s); }, Frame(f.Export("ConnectCanceled"), s, {}, 0)},
+        {"GetConnectError", [&] { f.getConnectError(s); }, Frame(f.Export("GetConnectError"), s, {}, 0)},
+        {"ioctlsocket", [&] { f.ioctl(s, static_cast<long>(FIONREAD), &count); },
+         Frame(f.Export("ioctlsocket"), s, {}, 0)},
+        {"WSAAsyncSelect", [&] { f.asyncSelect(s, window.Handle(), dxtest::HostWindow::kSocketMessage, FD_READ); },
+         Frame(f.Export("WSAAsyncSelect"), s,
+               {" " + dxtest::Pointer(window.Handle()) + ", 44d, 1", "calling ::WSAAsyncSelect"}, 0)},
+        {"select", [&] { f.select(0, nullptr, nullptr, nullptr, &zero); },
+         dxtest::BareFrame(f.Export("select"), {})},
+        {"CleanupSocket without an object", [&] { f.cleanupSocket(s); },
+         FrameWithoutResult(f.Export("CleanupSocket"), s, {})},
+        {"SetProxy", [&] { f.setProxy(s, &fake, sizeof fake, "", f.proxyArgument); },
+         FrameWithoutResult(f.setProxyName, s, {ObjectMade()})},
+        {"CleanupSocket with an object", [&] { f.cleanupSocket(s); },
+         FrameWithoutResult(f.Export("CleanupSocket"), s, {"g_pProxySocketManager->RemoveSocket(s)"})},
+        {"BindEx without a proxy", [&] { f.bindEx(s, "127.0.0.1", 80, nullptr, AF_INET); },
+         Frame(f.Export("BindEx"), s,
+               {"Begin host:port 127.0.0.1:80", ObjectMade(), "End host:port 127.0.0.1:80", "WinSock Error = 0"},
+               WSAENOTSOCK)},
+    };
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.name);
+        dxtest::LogCapture capture;
+        c.call();
+        EXPECT_EQ(capture.Lines(), c.expected);
+    }
+    WSAAsyncSelect(s, window.Handle(), 0, 0);
+}
+
+TEST_P(FamilyCallsTest, InvalidSocketGetsNoObject) {
+    EXPECT_EQ(F().setProxy(INVALID_SOCKET, &fake, sizeof fake, "", F().proxyArgument), 1);
+    WSASetLastError(0);
+    EXPECT_EQ(F().connectEx(INVALID_SOCKET, "127.0.0.1", 80, nullptr, AF_INET), -1);
+    EXPECT_EQ(WSAGetLastError(), WSAENOTSOCK);
+    EXPECT_EQ(F().connectCanceled(INVALID_SOCKET), 0);
+    EXPECT_EQ(F().getConnectError(INVALID_SOCKET), 0u);
+}
+
+TEST_P(FamilyCallsTest, BindExWithoutAnObjectOrAProxyIsAPositive10038WithErrorZero) {
+    for (SOCKET handle : {s, INVALID_SOCKET}) {
+        SCOPED_TRACE(handle == INVALID_SOCKET ? "INVALID_SOCKET" : "socket without a proxy");
+        dxtest::LogCapture capture;
+        WSASetLastError(4242);
+        EXPECT_EQ(F().bindEx(handle, "127.0.0.1", 4321, nullptr, AF_INET), WSAENOTSOCK);
+        EXPECT_EQ(WSAGetLastError(), 0);
+        Lines lines = capture.Lines();
+        ASSERT_GE(lines.size(), 4u);
+        Lines tail(lines.end() - 4, lines.end());
+        Lines expected = {Line("End host:port 127.0.0.1:4321"), Line("WinSock Error = 0"), Line(" result = 10038"),
+                          Line("End func " + F().Export("BindEx"))};
+        EXPECT_EQ(tail, expected);
+    }
+}
+
+TEST_P(FamilyCallsTest, ConnectExWithoutAProxyFailsBeforeAnyConnectAndLeavesTheError) {
+    int id = FakeScript("close");
+    dxtest::LogCapture capture;
+    WSASetLastError(4711);
+    EXPECT_EQ(F().connectEx(s, "127.0.0.1", FakePort(), nullptr, AF_INET), -1);
+    EXPECT_EQ(WSAGetLastError(), 4711);
+    EXPECT_EQ(dxtest::LinesStartingWith(capture.Lines(), Line("WinSock Error = ")),
+              Lines{Line("WinSock Error = 4711")});
+    sockaddr_in peer = {};
+    int length = sizeof peer;
+    EXPECT_EQ(getpeername(s, reinterpret_cast<sockaddr*>(&peer), &length), SOCKET_ERROR);
+    EXPECT_EQ(FakeReceived(id, 300).status, "pending");
+
+    // Without an error to leave, the code is -1 and the error stays 0.
+    SOCKET other = dxtest::MakeTcpSocket();
+    WSASetLastError(0);
+    capture.Clear();
+    EXPECT_EQ(F().connectEx(other, "127.0.0.1", FakePort(), nullptr, AF_INET), -1);
+    EXPECT_EQ(WSAGetLastError(), 0);
+    EXPECT_EQ(dxtest::LinesStartingWith(capture.Lines(), Line("WinSock Error = ")), Lines{Line("WinSock Error = -1")});
+    F().cleanupSocket(other);
+    dxtest::Retire(other);
+}
+
+TEST_P(FamilyCallsTest, ConnectTakesAnAddressRecord) {
+    int id = FakeScript(dxtest::Granting(F()) + " drain=3000");
+    ASSERT_EQ(F().setProxy(s, &fake, sizeof fake, "", F().proxyArgument), 0);
+    sockaddr_in destination = dxtest::Loopback(echo);
+    dxtest::LogCapture capture;
+    EXPECT_EQ(F().connect(s, reinterpret_cast<sockaddr*>(&destination), sizeof destination), 0);
+    Lines lines = capture.Lines();
+    ASSERT_GE(lines.size(), 6u);
+    EXPECT_EQ(lines[0], Line("Begin func " + F().Export("connect")));
+    EXPECT_EQ(lines[1], Line(" socket = " + S()));
+    EXPECT_EQ(lines[2], Line("Begin func " + F().Export("ConnectEx")));
+    EXPECT_EQ(lines[4], Line("Begin host:port 127.0.0.1:" + std::to_string(echo)));
+    EXPECT_EQ(lines[lines.size() - 2],
+              F().connectLogsResult ? Line(" result = 0") : Line("End func " + F().Export("ConnectEx")));
+    EXPECT_EQ(lines.back(), Line("End func " + F().Export("connect")));
+    CloseNow();
+    EXPECT_EQ(FakeReceived(id).bytes, dxtest::ConnectRequest(F(), echo));
+
+    // A null record, or one too short for an IPv4 address.
+    SOCKET other = dxtest::MakeTcpSocket();
+    EXPECT_EQ(F().connect(other, nullptr, 16), -1);
+    EXPECT_EQ(WSAGetLastError(), WSAEFAULT);
+    EXPECT_EQ(F().connect(other, reinterpret_cast<sockaddr*>(&destination), 8), -1);
+    EXPECT_EQ(WSAGetLastError(), WSAEFAULT);
+    F().cleanupSocket(other);
+    dxtest::Retire(other);
+}
+
+TEST_P(FamilyCallsTest, GetSockNameOfAProxiedSocketIsTheProxyWithPortZero) {
+    FakeScript(dxtest::Granting(F()) + " drain=3000");
+    ASSERT_EQ(F().setProxy(s, &fake, sizeof fake, "", F().proxyArgument), 0);
+    ASSERT_EQ(F().connectEx(s, "127.0.0.1", echo, nullptr, AF_INET), 0);
+    sockaddr_in name = {};
+    int length = 99;  // not looked at and not written
+    dxtest::LogCapture capture;
+    EXPECT_EQ(F().getsockname(s, reinterpret_cast<sockaddr*>(&name), &length), 0);
+    EXPECT_EQ(name.sin_family, AF_INET);
+    EXPECT_EQ(Dotted(name), "127.0.0.1");
+    EXPECT_EQ(name.sin_port, 0);
+    EXPECT_EQ(length, 99);
+    EXPECT_EQ(capture.Lines(),
+              Frame(F().Export("getsockname"), s,
+                    {"Begin addr 0.0.0.0:0", std::string("calling ") + F().socketClass + "::GetSockName",
+                     "End addr 127.0.0.1:0"},
+                    0));
+}
+
+TEST_P(FamilyCallsTest, GetSockNameWithoutAProxyIsTheRealCall) {
+    struct Case {
+        const char* name;
+        bool object;  // one whose proxy address was zero
+        bool bound;
+    };
+    const Case cases[] = {
+        {"no object", false, true},
+        {"object without a proxy", true, true},
+        // Unbound, the real call fails and so does this one.
+        {"unbound, no object", false, false},
+    };
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.name);
+        SOCKET r = dxtest::MakeTcpSocket();
+        sockaddr_in none = {};
+        if (c.object) {
+            ASSERT_EQ(F().setProxy(r, &none, sizeof none, "", F().proxyArgument), 0);
+        }
+        sockaddr_in real = {};
+        if (c.bound) {
+            sockaddr_in local = dxtest::Loopback(0);
+            ASSERT_EQ(bind(r, reinterpret_cast<sockaddr*>(&local), sizeof local), 0);
+            int realLength = sizeof real;
+            ASSERT_EQ(getsockname(r, reinterpret_cast<sockaddr*>(&real), &realLength), 0);
+        }
+        sockaddr_in name = {};
+        int length = sizeof name;
+        dxtest::LogCapture capture;
+        int result = F().getsockname(r, reinterpret_cast<sockaddr*>(&name), &length);
+        if (c.bound) {
+            EXPECT_EQ(result, 0);
+            EXPECT_EQ(length, static_cast<int>(sizeof name));
+            EXPECT_EQ(name.sin_port, real.sin_port);
+            EXPECT_EQ(Dotted(name), "127.0.0.1");
+            EXPECT_EQ(capture.Lines(),
+                      Frame(F().Export("getsockname"), r,
+                            {"Begin addr 0.0.0.0:0", "calling ::getsockname",
+                             "End addr 127.0.0.1:" + std::to_string(ntohs(real.sin_port))},
+                            0));
+        } else {
+            EXPECT_EQ(result, SOCKET_ERROR);
+            EXPECT_EQ(WSAGetLastError(), WSAEINVAL);
+            EXPECT_EQ(dxtest::LinesStartingWith(capture.Lines(), Line("calling ")),
+                      Lines{Line("calling ::getsockname")});
+        }
+        F().cleanupSocket(r);
+        closesocket(r);
+    }
+}
+
+// The registry holds one object per handle, whichever family made it.
+TEST_P(FamilyCallsTest, AnObjectTheOtherFamilyMadeServesTheCalls) {
+    const Family& maker = dxtest::Other(F());
+    sockaddr_in proxy = dxtest::Address("10.1.2.3", 1080);
+    ASSERT_EQ(maker.setProxy(s, &proxy, sizeof proxy, "", maker.proxyArgument), 0);
+    dxtest::LogCapture capture;
+    EXPECT_EQ(F().connectCanceled(s), 0);
+    EXPECT_EQ(F().getConnectError(s), 0u);
+    sockaddr_in name = {};
+    int length = sizeof name;
+    EXPECT_EQ(F().getsockname(s, reinterpret_cast<sockaddr*>(&name), &length), 0);
+    EXPECT_EQ(Dotted(name), "10.1.2.3");
+    EXPECT_EQ(name.sin_port, 0);
+    Lines lines = capture.Lines();
+    EXPECT_TRUE(dxtest::LinesStartingWith(lines, Line(std::string(F().socketClass) + "::" + F().socketClass + "("))
+                    .empty());
+    EXPECT_EQ(dxtest::LinesStartingWith(lines, Line("calling ")),
+              Lines{Line(std::string("calling ") + F().socketClass + "::GetSockName")});
+    capture.Clear();
+    F().cleanupSocket(s);
+    EXPECT_EQ(capture.Lines(),
+              dxtest::FrameWithoutResult(F().Export("CleanupSocket"), s, {"g_pProxySocketManager->RemoveSocket(s)"}));
+}
+
+INSTANTIATE_TEST_SUITE_P(BothFamilies, FamilyCallsTest, ::testing::ValuesIn(dxtest::kFamilies),
+                         dxtest::FamilyName<::testing::TestParamInfo<const Family*>>);
+
+// Both families started: their hidden threads run the non-blocking handshakes of the tables below.
+class BothFamiliesEventTest : public dxtest::FakeProxyTest {
+protected:
+    static void SetUpTestSuite() {
+        ASSERT_EQ(SOCKS_Startup(nullptr, 0), 1);
+        ASSERT_EQ(HTTP_Startup(nullptr, 0), 1);
+    }
+    static void TearDownTestSuite() {
+        SOCKS_Cleanup();
+        HTTP_Cleanup();
+    }
+    // A socket of the row's family, non-blocking through the library, its proxy named and the fake
+    // proxy scripted. Returns the script's id.
+    int Begin(const dxtest::Handshake& row, SOCKET* r) {
+        *r = dxtest::MakeTcpSocket();
+        int id = FakeScript(row.script);
+        dxtest::MakeNonBlocking(*r, row.family->ioctl);
+        row.NameProxy(*r, fake);
+        return id;
+    }
+    // Failed in mid-handshake a close owes nothing, so the host forgets the state and closes itself;
+    // then the fake proxy's record is whole.
+    static void End(const dxtest::Handshake& row, SOCKET r, int id) {
+        row.family->cleanupSocket(r);
+        EXPECT_EQ(row.family->closesocket(r), 0);
+        EXPECT_EQ(dxtest::Hex(FakeReceived(id).bytes), row.sentHex);
+    }
+};
+
+// A fake-proxy script that takes the HTTP request and answers after a while.
+std::string Delayed(const std::string& reply) {
+    return "readhttp sleep=300 send=" + dxtest::Hex(reply) + " drain=3000";
+}
+
+TEST_F(BothFamiliesEventTest, SelectWaitsForTheHandshakeAndThenReportsTheSocket) {
+    dxtest::DecliningPasswords declining;  // the row with a password prompt is declined
+    const std::string kHttpSent = dxtest::Hex(dxtest::Request("127.0.0.1:" + std::to_string(echo)));
+    const Family* socks = &dxtest::kSocksFamily;
+    const Family* http = &dxtest::kHttpFamily;
+    struct Case {
+        dxtest::Handshake row;  // each answer comes after a while
+        int result;
+        int error;  // when the result is -1
+        int canceled;
+    };
+    const Case cases[] = {
+        {{socks, "SOCKS 4 granted", "read=9 sleep=300 send=005a000000000000 drain=3000", "", 4,
+          dxtest::Hex(dxtest::ConnectRequest(*socks, echo))},
+         2, 0, 0},
+        // The proxy asks for username and password, and the user declines.
+        {{socks, "SOCKS 5 password prompt declined", "read=4 sleep=200 send=0502 drain=3000", "alice", 5, "05020200"},
+         SOCKET_ERROR, DXSOCKS_PASSWORD_CANCELLED, 1},
+        {{http, "HTTP granted", Delayed("HTTP/1.1 200 Connection established\r\n\r\n"), "", 0, kHttpSent}, 2, 0, 0},
+        {{http, "HTTP 404", Delayed("HTTP/1.1 404 Not Found\r\n\r\n"), "", 0, kHttpSent}, SOCKET_ERROR, 65532, 0},
+        {{http, "HTTP 502", Delayed("HTTP/1.1 502 Bad Gateway\r\n\r\n"), "", 0, kHttpSent}, SOCKET_ERROR, 10061, 0},
+    };
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.row.name);
+        const Family& f = *c.row.family;
+        SOCKET r = INVALID_SOCKET;
+        int id = Begin(c.row, &r);
+        ASSERT_EQ(f.connectEx(r, "127.0.0.1", echo, nullptr, AF_INET), 0);
+        SOCKET plain = dxtest::EchoConnection();
+        fd_set writes;
+        FD_ZERO(&writes);
+        FD_SET(r, &writes);
+        FD_SET(plain, &writes);
+        int result = 0;
+        int error = 0;
+        DWORD elapsed = 0;
+        ASSERT_TRUE(ReturnsWithin(5000, [&] {
+            timeval zero = {0, 0};
+            DWORD start = GetTickCount();
+            WSASetLastError(0);
+            result = f.select(0, nullptr, &writes, nullptr, &zero);
+            error = WSAGetLastError();
+            elapsed = GetTickCount() - start;
+        }));
+        EXPECT_EQ(result, c.result);
+        if (c.result == SOCKET_ERROR) {
+            EXPECT_EQ(error, c.error);
+        } else {
+            // The socket in mid-handshake goes back behind the plain one.
+            ASSERT_EQ(writes.fd_count, 2u);
+            EXPECT_EQ(writes.fd_array[0], plain);
+            EXPECT_EQ(writes.fd_array[1], r);
+        }
+        // The zero timeout served the real select only.
+        EXPECT_GE(elapsed, 150u);
+        EXPECT_EQ(f.connectCanceled(r), c.canceled);
+        closesocket(plain);
+        End(c.row, r, id);
+    }
+}
+
+TEST_F(BothFamiliesEventTest, BindExOnANonBlockingSocketWaitsForTheOutcome) {
+    dxtest::DecliningPasswords declining;  // the rows with a password prompt are declined
+    const std::string kHttpSent = dxtest::Hex(dxtest::Request("127.0.0.1:4321"));
+    const Family* socks = &dxtest::kSocksFamily;
+    const Family* http = &dxtest::kHttpFamily;
+    struct Case {
+        dxtest::Handshake row;
+        int result;
+        int error;
+        unsigned connectError;
+        int canceled;
+    };
+    const Case cases[] = {
+        {{socks, "SOCKS 4 granted", "read=9 send=005a000000000000 drain=3000", "", 4, "040210e17f00000100"},
+         0, 0, 0, 0},
+        // The cancellation's 65534 is replaced by the code, -1, at the end.
+        {{socks, "SOCKS 5 password prompt declined", "read=4 send=0502 drain=3000", "alice", 5, "05020200"},
+         SOCKET_ERROR, -1, 0, 1},
+        {{http, "HTTP granted", dxtest::Answer("HTTP/1.1 200 Connection established\r\n\r\n"), "", 0, kHttpSent}, 0, 0,
+         0, 0},
+        // The reason of a refusal is only in the two fields; the WinSock error is -1.
+        {{http, "HTTP 404", dxtest::Answer("HTTP/1.1 404 Not Found\r\n\r\n"), "", 0, kHttpSent}, SOCKET_ERROR, -1,
+         65532, 0},
+        {{http, "HTTP 407", dxtest::Answer("HTTP/1.1 407 Proxy Authentication Required\r\n\r\n"), "", 0, kHttpSent},
+         SOCKET_ERROR, -1, 65533, 0},
+        {{http, "HTTP password prompt declined", "readhttp close", "", 1, ""}, SOCKET_ERROR, -1, 0, 1},
+    };
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.row.name);
+        const Family& f = *c.row.family;
+        SOCKET r = INVALID_SOCKET;
+        int id = Begin(c.row, &r);
+        int result = 1;
+        int error = 4711;
+        ASSERT_TRUE(ReturnsWithin(8000, [&] {
+            result = f.bindEx(r, "127.0.0.1", 4321, nullptr, AF_INET);
+            error = WSAGetLastError();
+        }));
+        EXPECT_EQ(result, c.result);
+        EXPECT_EQ(error, c.error);
+        EXPECT_EQ(f.getConnectError(r), c.connectError);
+        EXPECT_EQ(f.connectCanceled(r), c.canceled);
+        End(c.row, r, id);
+    }
 }
 
 }  // namespace

@@ -1,13 +1,23 @@
 // A suite library that lacks some entries of the table (see partial_suite.def), for the tests of
 // how the library binds what is missing. It answers the entries it has with values a test can tell
-// from any default.
+// from any default, and counts its loads and its language calls (partial_suite.h).
+#include "partial_suite.h"
+
 #include <windows.h>
 
 #include <cstring>
 
+BOOL WINAPI DllMain(HINSTANCE, DWORD reason, LPVOID) {
+    if (reason == DLL_PROCESS_ATTACH) PartialSuiteCounted(kPartialSuiteLoads);
+    return TRUE;
+}
+
 extern "C" {
 
-DWORD WINAPI PXMMSIgetLangID() { return 0x1234; }
+DWORD WINAPI PXMMSIgetLangID() {
+    PartialSuiteCounted(kPartialSuiteLangIdCalls);
+    return 0x1234;
+}
 
 DWORD WINAPI PXMMSIgetGlobalSettingsFile(char* buffer, DWORD size) {
     const char path[] = "C:\\partial-suite\\settings.xml";

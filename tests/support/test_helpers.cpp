@@ -1,6 +1,9 @@
 #include "test_helpers.h"
 
+#include <gtest/gtest.h>
 #include <windows.h>
+
+#include <cstdio>
 
 #include "bench.h"
 
@@ -8,9 +11,49 @@ namespace dxtest {
 
 std::string Line(const std::string& text) { return "DXSOCKS: " + text; }
 
+namespace {
+
+Lines Framed(const std::string& name, SOCKET s, const Lines& body, const std::string* result) {
+    Lines lines = {Line("Begin func " + name), Line(" socket = " + N(s))};
+    for (const std::string& text : body) lines.push_back(Line(text));
+    if (result != nullptr) lines.push_back(Line(" result = " + *result));
+    lines.push_back(Line("End func " + name));
+    return lines;
+}
+
+}  // namespace
+
+Lines Frame(const std::string& name, SOCKET s, const Lines& body, int result) {
+    const std::string text = std::to_string(result);
+    return Framed(name, s, body, &text);
+}
+
+Lines FrameWithoutResult(const std::string& name, SOCKET s, const Lines& body) {
+    return Framed(name, s, body, nullptr);
+}
+
+Lines BareFrame(const std::string& name, const Lines& body) {
+    Lines lines = {Line("Begin func " + name)};
+    for (const std::string& text : body) lines.push_back(Line(text));
+    lines.push_back(Line("End func " + name));
+    return lines;
+}
+
+Lines Joined(std::initializer_list<Lines> parts) {
+    Lines lines;
+    for (const Lines& part : parts) lines.insert(lines.end(), part.begin(), part.end());
+    return lines;
+}
+
 std::string N(SOCKET s) { return std::to_string(static_cast<int>(s)); }
 
 std::string Dotted(const sockaddr_in& address) { return inet_ntoa(address.sin_addr); }
+
+std::string Pointer(const void* p) {
+    char text[32];
+    std::snprintf(text, sizeof text, "%016llX", static_cast<unsigned long long>(reinterpret_cast<uintptr_t>(p)));
+    return text;
+}
 
 sockaddr_in Address(const char* dotted, uint16_t port) {
     sockaddr_in address = {};
@@ -25,6 +68,18 @@ std::string Request(const std::string& target) {
 }
 
 std::string Answer(const std::string& reply) { return "readhttp send=" + Hex(reply) + " drain=3000"; }
+
+void MakeNonBlocking(SOCKET s, IoctlCall ioctl) {
+    u_long on = 1;
+    ASSERT_EQ(ioctl(s, static_cast<long>(FIONBIO), &on), 0);
+}
+
+SOCKET EchoConnection() {
+    SOCKET plain = MakeTcpSocket();
+    sockaddr_in address = Loopback(BenchPort("ECHO_PORT"));
+    EXPECT_EQ(connect(plain, reinterpret_cast<sockaddr*>(&address), sizeof address), 0);
+    return plain;
+}
 
 bool IsOpen(SOCKET s) {
     int type = 0;

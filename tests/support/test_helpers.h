@@ -1,20 +1,35 @@
-// Small helpers that the library's tests share: the texts the log and the HTTP exchange produce, the
-// state of a socket as WinSock sees it, and a bounded call on a thread of its own.
+// Small helpers that the library's tests share: the texts the log and the HTTP exchange produce, an
+// export's log frame, the state of a socket as WinSock sees it, and a bounded call on a thread of its own.
 #pragma once
 
 #include <winsock2.h>
 
 #include <cstdint>
 #include <functional>
+#include <initializer_list>
 #include <string>
+#include <vector>
 
 namespace dxtest {
 
+using Lines = std::vector<std::string>;
+
 // A library log line: "DXSOCKS: " and the text.
 std::string Line(const std::string& text);
+// An export's frame in the log, each a Line: "Begin func <name>", " socket = <s>", the `body`,
+// " result = <result>", "End func <name>".
+Lines Frame(const std::string& name, SOCKET s, const Lines& body, int result);
+// The same for the exports that log no result (SOCKS_SetProxyEx, HTTP_SetProxy, the CleanupSocket calls).
+Lines FrameWithoutResult(const std::string& name, SOCKET s, const Lines& body);
+// The frame of the exports that log no socket: "Begin func <name>", the `body`, "End func <name>".
+Lines BareFrame(const std::string& name, const Lines& body);
+// The parts one after the other, e.g. the frames of calls made in a row.
+Lines Joined(std::initializer_list<Lines> parts);
 // A socket handle as the log prints it (" socket = %d").
 std::string N(SOCKET s);
 std::string Dotted(const sockaddr_in& address);
+// A pointer as wsprintf's %p prints it: 16 upper-case hex digits without a prefix.
+std::string Pointer(const void* p);
 // An address record for dotted text and a host-order port.
 sockaddr_in Address(const char* dotted, uint16_t port);
 
@@ -22,6 +37,13 @@ sockaddr_in Address(const char* dotted, uint16_t port);
 std::string Request(const std::string& target);
 // A fake-proxy script that reads the request, sends `reply` and stays for a while.
 std::string Answer(const std::string& reply);
+
+// An ioctlsocket of WinSock or of one of the families.
+using IoctlCall = int (*)(SOCKET s, long command, u_long* argument);
+// FIONBIO on through `ioctl`; a failure fails the test.
+void MakeNonBlocking(SOCKET s, IoctlCall ioctl = ::ioctlsocket);
+// A plain socket connected to the echo server: writable at once.
+SOCKET EchoConnection();
 
 bool IsOpen(SOCKET s);
 bool IsListening(SOCKET s);

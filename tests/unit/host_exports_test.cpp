@@ -8,6 +8,7 @@
 #include "lifecycle.h"
 #include "log_capture.h"
 #include "socks_api.h"
+#include "test_helpers.h"
 #include "version_text.h"
 
 namespace {
@@ -32,7 +33,7 @@ TEST(VersionInfoExportTest, SizeTenCopiesTheFiveNumbers) {
     EXPECT_EQ(CopiedLength(out), 10u);
     EXPECT_EQ(std::memcmp(out.data(), &g_versionRecord, 10), 0);
     // The success path has no end line.
-    EXPECT_EQ(capture.Lines(), std::vector<std::string>{"DXSOCKS: Begin func HTTP_GetVersionInfo"});
+    EXPECT_EQ(capture.Lines(), dxtest::Lines{dxtest::Line("Begin func HTTP_GetVersionInfo")});
 }
 
 TEST(VersionInfoExportTest, LargerOrNegativeSizeCopies74Bytes) {
@@ -53,9 +54,8 @@ TEST(VersionInfoExportTest, NullOutGivesZeroWithTheEndLine) {
     dxtest::LogCapture capture;
     EXPECT_EQ(SOCKS_GetVersionInfo(nullptr, 74), 0);
     EXPECT_EQ(HTTP_GetVersionInfo(nullptr, 74), 0);
-    EXPECT_EQ(capture.Lines(), (std::vector<std::string>{
-                                   "DXSOCKS: Begin func SOCKS_GetVersionInfo", "DXSOCKS: End func SOCKS_GetVersionInfo",
-                                   "DXSOCKS: Begin func HTTP_GetVersionInfo", "DXSOCKS: End func HTTP_GetVersionInfo"}));
+    EXPECT_EQ(capture.Lines(), dxtest::Joined({dxtest::BareFrame("SOCKS_GetVersionInfo", {}),
+                                               dxtest::BareFrame("HTTP_GetVersionInfo", {})}));
 }
 
 TEST(ParentWindowExportTest, BothFamiliesWriteOneWindow) {
@@ -68,10 +68,8 @@ TEST(ParentWindowExportTest, BothFamiliesWriteOneWindow) {
     EXPECT_EQ(g_hParentWindow, second);
     SOCKS_SetParentHWND(nullptr);
     EXPECT_EQ(g_hParentWindow, nullptr);
-    EXPECT_EQ(capture.Lines(), (std::vector<std::string>{
-                                   "DXSOCKS: Begin func SOCKS_SetParentHWND", "DXSOCKS: End func SOCKS_SetParentHWND",
-                                   "DXSOCKS: Begin func HTTP_SetParentHWND", "DXSOCKS: End func HTTP_SetParentHWND",
-                                   "DXSOCKS: Begin func SOCKS_SetParentHWND", "DXSOCKS: End func SOCKS_SetParentHWND"}));
+    const dxtest::Lines socks = dxtest::BareFrame("SOCKS_SetParentHWND", {});
+    EXPECT_EQ(capture.Lines(), dxtest::Joined({socks, dxtest::BareFrame("HTTP_SetParentHWND", {}), socks}));
 }
 
 }  // namespace

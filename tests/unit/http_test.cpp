@@ -13,6 +13,7 @@
 #include "bench.h"
 #include "test_helpers.h"
 #include "bounded_text.h"
+#include "families.h"
 #include "host_window.h"
 #include "http_api.h"
 #include "http_wire.h"
@@ -20,6 +21,7 @@
 #include "log_capture.h"
 #include "proxy_socket_factory.h"
 #include "proxy_socket_manager.h"
+#include "registry_pair_test.h"
 #include "socks_api.h"
 #include "socks_socket.h"
 
@@ -100,48 +102,16 @@ TEST(HttpStatusLineTest, OnlyTwoHundredSucceeds) {
 
 // ---- Objects on a connection whose far end the test holds ----
 
-class HttpSocketTest : public ::testing::Test {
+class HttpSocketTest : public RegistryPairTest {
 protected:
-    void SetUp() override {
-        g_pProxySocketManager = new CProxySocketManager(MakeProxySocket);
-        listener = dxtest::MakeTcpSocket();
-        sockaddr_in any = Address("127.0.0.1", 0);
-        ASSERT_EQ(bind(listener, reinterpret_cast<sockaddr*>(&any), sizeof any), 0);
-        ASSERT_EQ(listen(listener, SOMAXCONN), 0);
-        int length = sizeof listenAddress;
-        ASSERT_EQ(getsockname(listener, reinterpret_cast<sockaddr*>(&listenAddress), &length), 0);
-    }
     void TearDown() override {
         for (CHttpSocket* object : objects) delete object;
-        for (SOCKET s : owned) closesocket(s);
-        closesocket(listener);
-        delete g_pProxySocketManager;
-        g_pProxySocketManager = nullptr;
+        RegistryPairTest::TearDown();
     }
 
-    SOCKET Own(SOCKET s) {
-        owned.push_back(s);
-        return s;
-    }
     CHttpSocket* Object(SOCKET s) {
         objects.push_back(new CHttpSocket(s));
         return objects.back();
-    }
-    // The host's socket connected to the test's listener, and the far end that plays the proxy.
-    struct Pair {
-        SOCKET host = INVALID_SOCKET;
-        SOCKET proxy = INVALID_SOCKET;
-    };
-    Pair Connected() {
-        Pair pair;
-        pair.host = Own(dxtest::MakeTcpSocket());
-        EXPECT_EQ(connect(pair.host, reinterpret_cast<sockaddr*>(&listenAddress), sizeof listenAddress), 0);
-        pair.proxy = Own(accept(listener, nullptr, nullptr));
-        EXPECT_NE(pair.proxy, INVALID_SOCKET);
-        // Bounds every blocking peek and read of the host's socket.
-        DWORD limit = 5000;
-        setsockopt(pair.host, SOL_SOCKET, SO_RCVTIMEO, reinterpret_cast<const char*>(&limit), sizeof limit);
-        return pair;
     }
     // An object on a connected pair, in the state of a sent request.
     CHttpSocket* AwaitingReply(const Pair& pair) {
@@ -153,15 +123,8 @@ protected:
         CopyText(object->targetHost, sizeof object->targetHost, host);
         CopyText(object->targetService, sizeof object->targetService, service);
     }
-    static void MakeNonBlocking(SOCKET s) {
-        u_long on = 1;
-        ASSERT_EQ(ioctlsocket(s, FIONBIO, &on), 0);
-    }
 
-    std::vector<SOCKET> owned;
     std::vector<CHttpSocket*> objects;
-    SOCKET listener = INVALID_SOCKET;
-    sockaddr_in listenAddress = {};
 };
 
 TEST_F(HttpSocketTest, ConstructorLogsTheSocketAndSetsTheDefaults) {
@@ -336,7 +299,7 @@ TEST_F(HttpSocketTest, AddressToHostPortTextGivesTheLookupErrorAndWritesNothing)
 TEST_F(HttpSocketTest, StartConnectClearsConnectErrorUnlikeTheSocksTwin) {
     sockaddr_in closed = Address("127.0.0.1", 1);  // nothing listens on port 1
 
-    CHttpSocket* object = Object(Own(dxtest::MakeTcpSocket()));
+    CHttpSocket* object = Object(Socket());
     object->SetProxy(&closed, sizeof closed, "", 0);
     object->connectError = 1460;
     object->canceled = 1;
@@ -348,7 +311,7 @@ TEST_F(HttpSocketTest, StartConnectClearsConnectErrorUnlikeTheSocksTwin) {
     EXPECT_EQ(object->connectError, 0u);
     EXPECT_EQ(object->canceled, 0);
 
-    SOCKET other = Own(dxtest::MakeTcpSocket());
+    SOCKET other = Socket();
     CSocksSocket twin(other);
     twin.SetProxy(&closed, sizeof closed, "", 4);
     twin.connectError = 1460;
@@ -360,7 +323,7 @@ TEST_F(HttpSocketTest, StartConnectClearsConnectErrorUnlikeTheSocksTwin) {
 
 TEST_F(HttpSocketTest, StartConnectGoesOnWhenTheNameDoesNotResolveLocally) {
     sockaddr_in closed = Address("127.0.0.1", 1);
-    CHttpSocket* object = Object(Own(dxtest::MakeTcpSocket()));
+    CHttpSocket* object = Object(Socket());
     object->SetProxy(&closed, sizeof closed, "", 0);
     unsigned error = 0;
     object->StartConnect(kCommandConnect, "no-such-host.invalid", 8443, nullptr, &error);
@@ -374,7 +337,7 @@ TEST_F(HttpSocketTest, StartConnectGoesOnWhenTheNameDoesNotResolveLocally) {
 
 TEST_F(HttpSocketTest, StartConnectCutsTheHostAt1024CharactersAndRestoresTheMode) {
     sockaddr_in closed = Address("127.0.0.1", 1);
-    CHttpSocket* object = Object(Own(dxtest::MakeTcpSocket()));
+    CHttpSocket* object = Object(Socket());
     object->SetProxy(&closed, sizeof closed, "", 0);
     std::string host(1100, 'h');
     object->StartConnect(kCommandBind, host.c_str(), 65535, nullptr, nullptr);
@@ -385,8 +348,8 @@ TEST_F(HttpSocketTest, StartConnectCutsTheHostAt1024CharactersAndRestoresTheMode
     EXPECT_EQ(object->useCount, 1);
 }
 
-TEST_F(HttpSocketTest, BlockingStartConnectRunsBothStepsAndEndsInState10) {
-    SOCKET s = Own(dxtest::MakeTcpSocket());
+TEST_F(HttpSocketTest, BlockingStartConnectRunsBothStepsAndEndsEstablished) {
+    SOCKET s = Socket();
     DWORD limit = 5000;
     setsockopt(s, SOL_SOCKET, SO_RCVTIMEO, reinterpret_cast<const char*>(&limit), sizeof limit);
     CHttpSocket* object = Object(s);
@@ -421,7 +384,7 @@ TEST_F(HttpSocketTest, BlockingStartConnectRunsBothStepsAndEndsInState10) {
 
 // ---- ProcessHttpState ----
 
-TEST_F(HttpSocketTest, State1SendsTheRequestAndAwaitsTheReply) {
+TEST_F(HttpSocketTest, ConnectedStateSendsTheRequestAndAwaitsTheReply) {
     Pair pair = Connected();
     CHttpSocket* object = Object(pair.host);
     Target(object, "example.com", "8080");
@@ -453,8 +416,8 @@ TEST_F(HttpSocketTest, EmptyTargetHostTakesTheTargetFromTheAddress) {
     EXPECT_NE(received.find(":4321 HTTP/1.1\r\n"), std::string::npos);
 }
 
-TEST_F(HttpSocketTest, State1WithoutAConnectionFailsTheSendAndRestsIn9) {
-    CHttpSocket* object = Object(Own(dxtest::MakeTcpSocket()));
+TEST_F(HttpSocketTest, ConnectedStateWithoutAConnectionFailsTheSendAndRestsFinished) {
+    CHttpSocket* object = Object(Socket());
     Target(object, "example.com", "80");
     object->state = kConnected;
     const int code = SendErrorWithoutAConnection();
@@ -531,7 +494,7 @@ TEST_F(HttpSocketTest, PasswordTimeOutFailsTheSendWith1460AndClearsCanceled) {
 }
 
 TEST_F(HttpSocketTest, BlockingConnectExAfterAPasswordTimeOutFailsWith1460) {
-    SOCKET s = Own(dxtest::MakeTcpSocket());
+    SOCKET s = Socket();
     ASSERT_EQ(HTTP_SetProxy(s, &listenAddress, sizeof listenAddress, "", 0), 0);
     auto* object = static_cast<CHttpSocket*>(g_pProxySocketManager->FindSocket(s));
     ASSERT_NE(object, nullptr);
@@ -543,7 +506,7 @@ TEST_F(HttpSocketTest, BlockingConnectExAfterAPasswordTimeOutFailsWith1460) {
     EXPECT_EQ(HTTP_ConnectCanceled(s), 0);
 }
 
-TEST_F(HttpSocketTest, State11TakesTheReplyAndJudgesIt) {
+TEST_F(HttpSocketTest, AwaitingTheReplyTakesItAndJudgesIt) {
     struct Case {
         std::string reply;  // empty: the proxy closes without a byte
         int result;
@@ -580,7 +543,7 @@ TEST_F(HttpSocketTest, State11TakesTheReplyAndJudgesIt) {
     }
 }
 
-TEST_F(HttpSocketTest, State11ConsumesExactlyWhatThePeekShowed) {
+TEST_F(HttpSocketTest, AwaitingTheReplyConsumesExactlyWhatThePeekShowed) {
     Pair pair = Connected();
     CHttpSocket* object = AwaitingReply(pair);
     ASSERT_TRUE(dxtest::SendAll(pair.proxy, "HTTP/1.1 200 OK\r\n"));
@@ -591,9 +554,9 @@ TEST_F(HttpSocketTest, State11ConsumesExactlyWhatThePeekShowed) {
     EXPECT_EQ(dxtest::Receive(pair.host, 10, 1000), "Via: x\r\n\r\n");
 }
 
-TEST_F(HttpSocketTest, State11WithAFailingPeekEndsIn12WithTheWinsockError) {
+TEST_F(HttpSocketTest, AwaitingTheReplyWithAFailingPeekEndsFailedWithTheWinsockError) {
     // The socket is not connected, so the peek fails at once.
-    SOCKET s = Own(dxtest::MakeTcpSocket());
+    SOCKET s = Socket();
     CHttpSocket* object = Object(s);
     object->state = kAwaitHttpReply;
     dxtest::LogCapture capture;
@@ -605,7 +568,8 @@ TEST_F(HttpSocketTest, State11WithAFailingPeekEndsIn12WithTheWinsockError) {
 }
 
 TEST_F(HttpSocketTest, OtherStatesAreNoStep) {
-    for (uint32_t state : std::vector<uint32_t>{kIdle, kConnecting, kFinished, kEstablished, kFailed, kHttpCancelled, kAwaitSocks4Reply, kAwaitConnectReply}) {
+    for (uint32_t state : std::vector<uint32_t>{kIdle, kConnecting, kFinished, kEstablished, kFailed, kHttpCancelled,
+                                                kAwaitSocks4Reply, kAwaitConnectReply}) {
         CHttpSocket object(1);
         object.state = static_cast<ProxyState>(state);
         dxtest::LogCapture capture;
@@ -644,61 +608,51 @@ protected:
     dxtest::HostWindow host;
 };
 
-TEST_F(HttpEventModeTest, FailuresOfTheRequestStepReachTheHost) {
-    // Send failure: the socket isn't connected.
-    SOCKET unconnected = Own(dxtest::MakeTcpSocket());
-    CHttpSocket* object = EventDriven(unconnected);
-    Target(object, "example.com", "80");
-    object->state = kConnected;
-    const int code = SendErrorWithoutAConnection();
-    ASSERT_NE(code, 0);
-    EXPECT_EQ(object->ProcessHttpState(), code);
-    EXPECT_EQ(object->state, kFinished);
-    EXPECT_EQ(PostedError(unconnected), code);
-
-    // Cancelled password prompt.
-    Pair cancelled = Connected();
-    object = EventDriven(cancelled.host);
-    Target(object, "example.com", "80");
-    object->useAuthentication = 1;
-    object->state = kConnected;
-    EXPECT_EQ(object->ProcessHttpState(), -1);
-    EXPECT_EQ(object->state, kFinished);
-    EXPECT_EQ(PostedError(cancelled.host), 65534);
-
-    // Timed-out password prompt: the error word of -1.
-    Pair timedOut = Connected();
-    object = EventDriven(timedOut.host);
-    Target(object, "example.com", "80");
-    object->passwordTimedOut = 1;
-    object->state = kConnected;
-    EXPECT_EQ(object->ProcessHttpState(), -1);
-    EXPECT_EQ(object->state, kFinished);
-    EXPECT_EQ(PostedError(timedOut.host), 0xFFFF);
+TEST_F(HttpEventModeTest, FailuresOfEitherStepReachTheHost) {
+    const int sendError = SendErrorWithoutAConnection();
+    ASSERT_NE(sendError, 0);
+    struct Case {
+        const char* name;
+        bool connected;
+        uint32_t state;
+        int32_t useAuthentication;
+        int32_t passwordTimedOut;
+        const char* reply;  // what the proxy has sent, if anything
+        int result;
+        uint32_t endState;
+        long posted;  // the error word of FD_CONNECT
+    };
+    const Case cases[] = {
+        {"the request's send fails", false, kConnected, 0, 0, nullptr, sendError, kFinished, sendError},
+        {"password prompt cancelled", true, kConnected, 1, 0, nullptr, -1, kFinished, 65534},
+        // The step's -1 goes out as the error word.
+        {"password prompt timed out", true, kConnected, 0, 1, nullptr, -1, kFinished, 0xFFFF},
+        // WinSock's error of the failed peek.
+        {"the reply's peek fails", false, kAwaitHttpReply, 0, 0, nullptr, -1, kFailed, WSAENOTCONN},
+        // The stack's code for the refusal.
+        {"404", true, kAwaitHttpReply, 0, 0, "HTTP/1.1 404 Not Found\r\n\r\n", -1, kFailed, 65532},
+    };
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.name);
+        Pair pair = c.connected ? Connected() : Pair{Socket(), INVALID_SOCKET};
+        CHttpSocket* object = EventDriven(pair.host);
+        Target(object, "example.com", "80");
+        object->useAuthentication = c.useAuthentication;
+        object->passwordTimedOut = c.passwordTimedOut;
+        object->state = static_cast<ProxyState>(c.state);
+        if (c.reply != nullptr) {
+            ASSERT_TRUE(dxtest::SendAll(pair.proxy, c.reply));
+            Sleep(100);
+        }
+        EXPECT_EQ(object->ProcessHttpState(), c.result);
+        EXPECT_EQ(object->state, c.endState);
+        EXPECT_EQ(PostedError(pair.host), c.posted);
+    }
 }
 
-TEST_F(HttpEventModeTest, FailuresOfTheReplyStepReachTheHost) {
-    // The peek fails: the host gets WinSock's error.
-    SOCKET unconnected = Own(dxtest::MakeTcpSocket());
-    CHttpSocket* object = EventDriven(unconnected);
-    object->state = kAwaitHttpReply;
-    EXPECT_EQ(object->ProcessHttpState(), -1);
-    EXPECT_EQ(object->state, kFailed);
-    EXPECT_EQ(PostedError(unconnected), WSAENOTCONN);
-
-    // A refusal: the host gets the stack's code.
-    Pair refused = Connected();
-    object = EventDriven(refused.host);
-    object->state = kAwaitHttpReply;
-    ASSERT_TRUE(dxtest::SendAll(refused.proxy, "HTTP/1.1 404 Not Found\r\n\r\n"));
-    Sleep(100);
-    EXPECT_EQ(object->ProcessHttpState(), -1);
-    EXPECT_EQ(PostedError(refused.host), 65532);
-}
-
-TEST_F(HttpEventModeTest, NothingWithinTwoHundredPeeksEndsIn12With10035) {
+TEST_F(HttpEventModeTest, NothingWithinTwoHundredPeeksEndsFailedWith10035) {
     Pair pair = Connected();
-    MakeNonBlocking(pair.host);
+    dxtest::MakeNonBlocking(pair.host);
     CHttpSocket* object = EventDriven(pair.host);
     object->state = kAwaitHttpReply;
     DWORD start = GetTickCount();
@@ -750,7 +704,7 @@ TEST_F(HttpHiddenEventTest, CloseIsLoggedAndNothingElseHappens) {
 }
 
 TEST_F(HttpHiddenEventTest, ConnectWithAnErrorIsDroppedAndTheStateStays) {
-    CHttpSocket* object = Registered(Own(dxtest::MakeTcpSocket()));
+    CHttpSocket* object = Registered(Socket());
     object->state = kConnected;
     dxtest::LogCapture capture;
     httpHiddenOnSocketEvent(object->socket, WSAECONNREFUSED, FD_CONNECT);
@@ -759,7 +713,7 @@ TEST_F(HttpHiddenEventTest, ConnectWithAnErrorIsDroppedAndTheStateStays) {
 }
 
 TEST_F(HttpHiddenEventTest, AFailedConnectStepIsLoggedAndSkipsTheReadStep) {
-    CHttpSocket* object = Registered(Own(dxtest::MakeTcpSocket()));
+    CHttpSocket* object = Registered(Socket());
     Target(object, "example.com", "80");
     object->state = kConnecting;
     dxtest::LogCapture capture;
@@ -771,7 +725,7 @@ TEST_F(HttpHiddenEventTest, AFailedConnectStepIsLoggedAndSkipsTheReadStep) {
     EXPECT_EQ(object->state, kFinished);
 }
 
-TEST_F(HttpHiddenEventTest, ReadInState10IsNoStep) {
+TEST_F(HttpHiddenEventTest, ReadWhenEstablishedIsNoStep) {
     Pair pair = Connected();
     ASSERT_TRUE(dxtest::SendAll(pair.proxy, "tunnel data"));
     CHttpSocket* object = Registered(pair.host);
@@ -783,8 +737,8 @@ TEST_F(HttpHiddenEventTest, ReadInState10IsNoStep) {
     EXPECT_EQ(dxtest::Receive(pair.host, 11, 1000), "tunnel data");
 }
 
-TEST_F(HttpHiddenEventTest, ReadInState12StopsTheEventsOfTheSocket) {
-    // The host's selection of FD_READ stands; in state 12 the read event takes it away, in 10 not.
+TEST_F(HttpHiddenEventTest, ReadWhenFailedStopsTheEventsOfTheSocket) {
+    // The host's selection of FD_READ stands; when failed the read event takes it away, when established not.
     for (uint32_t state : {kFailed, kEstablished}) {
         SCOPED_TRACE(state);
         Pair pair = Connected();
@@ -818,7 +772,7 @@ TEST_F(HttpHiddenEventTest, ReadWhileAStepIsUnderWayReportsNothing) {
 
 TEST_F(HttpHiddenEventTest, ReadInAStateWithoutAStepFailsAndIsLogged) {
     for (uint32_t state : {kIdle, kFinished}) {
-        CHttpSocket* object = Registered(Own(dxtest::MakeTcpSocket()));
+        CHttpSocket* object = Registered(Socket());
         object->state = static_cast<ProxyState>(state);
         dxtest::LogCapture capture;
         httpHiddenOnSocketEvent(object->socket, 0, FD_READ);
@@ -827,7 +781,7 @@ TEST_F(HttpHiddenEventTest, ReadInAStateWithoutAStepFailsAndIsLogged) {
     }
 }
 
-TEST_F(HttpHiddenEventTest, ReadInState11TakesTheReply) {
+TEST_F(HttpHiddenEventTest, ReadWhileAwaitingTheReplyTakesIt) {
     Pair pair = Connected();
     ASSERT_TRUE(dxtest::SendAll(pair.proxy, "HTTP/1.1 200 OK\r\n\r\n"));
     Sleep(100);
@@ -840,7 +794,7 @@ TEST_F(HttpHiddenEventTest, ReadInState11TakesTheReply) {
 // ---- The export calls that need the registry's view ----
 
 TEST_F(HttpSocketTest, FionbioSetsEventModeWhateverTheArgumentSays) {
-    SOCKET s = Own(dxtest::MakeTcpSocket());
+    SOCKET s = Socket();
     u_long off = 0;
     dxtest::LogCapture capture;
     EXPECT_EQ(HTTP_ioctlsocket(s, static_cast<long>(FIONBIO), &off), 0);
@@ -848,13 +802,11 @@ TEST_F(HttpSocketTest, FionbioSetsEventModeWhateverTheArgumentSays) {
     ASSERT_NE(object, nullptr);
     EXPECT_EQ(object->asyncMode, 1);
     EXPECT_EQ(object->state, kIdle);
-    Lines expected = {Line("Begin func HTTP_ioctlsocket"), Line(" socket = " + N(s)),
-                      Line("CHttpSocket::CHttpSocket(" + N(s) + ")"), Line(" set socket non-blocking"),
-                      Line(" result = 0"), Line("End func HTTP_ioctlsocket")};
-    EXPECT_EQ(capture.Lines(), expected);
+    const std::string made = "CHttpSocket::CHttpSocket(" + N(s) + ")";
+    EXPECT_EQ(capture.Lines(), dxtest::Frame("HTTP_ioctlsocket", s, {made, " set socket non-blocking"}, 0));
 
     // Other commands make no object.
-    SOCKET other = Own(dxtest::MakeTcpSocket());
+    SOCKET other = Socket();
     u_long count = 0;
     EXPECT_EQ(HTTP_ioctlsocket(other, static_cast<long>(FIONREAD), &count), 0);
     EXPECT_EQ(g_pProxySocketManager->FindSocket(other), nullptr);
@@ -867,7 +819,7 @@ TEST_F(HttpSocketTest, InvalidSocketWithFionbioMakesNoObjectAndReachesIoctlsocke
 }
 
 TEST_F(HttpSocketTest, AsyncSelectWithoutFdConnectMakesNoObject) {
-    SOCKET s = Own(dxtest::MakeTcpSocket());
+    SOCKET s = Socket();
     dxtest::HostWindow window;
     EXPECT_EQ(HTTP_WSAAsyncSelect(s, window.Handle(), dxtest::HostWindow::kSocketMessage, FD_READ), 0);
     EXPECT_EQ(g_pProxySocketManager->Count(), 0u);
@@ -880,36 +832,42 @@ TEST_F(HttpSocketTest, AsyncSelectWithoutFdConnectMakesNoObject) {
     EXPECT_EQ(object->asyncMode, 1);
 }
 
-TEST_F(HttpSocketTest, ASocketOfTheSocksFamilyIsFoundByTheHttpCallsAndGetsNoSecondObject) {
-    SOCKET s = Own(dxtest::MakeTcpSocket());
-    sockaddr_in proxy = Address("10.1.2.3", 1080);
-    ASSERT_EQ(SOCKS_SetProxyEx(s, &proxy, sizeof proxy, "", 5), 0);
-    CProxySocket* socksObject = g_pProxySocketManager->FindSocket(s);
-    ASSERT_NE(socksObject, nullptr);
-    socksObject->canceled = 1;
-    socksObject->connectError = 1460;
+// The registry holds one object per handle, whichever family made it.
+TEST_F(HttpSocketTest, AnObjectOfEitherFamilyServesTheOtherFamilysCallsAndGetsNoSecondObject) {
+    for (const dxtest::Family* maker : dxtest::kFamilies) {
+        const dxtest::Family& family = dxtest::Other(*maker);
+        SCOPED_TRACE(std::string("made by ") + maker->name);
+        SOCKET s = Socket();
+        sockaddr_in proxy = Address("10.1.2.3", 1080);
+        ASSERT_EQ(maker->setProxy(s, &proxy, sizeof proxy, "", maker->proxyArgument), 0);
+        CProxySocket* made = g_pProxySocketManager->FindSocket(s);
+        ASSERT_NE(made, nullptr);
+        made->canceled = 1;
+        made->connectError = 1460;
 
-    dxtest::LogCapture capture;
-    EXPECT_EQ(HTTP_ConnectCanceled(s), 1);
-    EXPECT_EQ(HTTP_GetConnectError(s), 1460u);
-    sockaddr_in name = {};
-    int length = sizeof name;
-    EXPECT_EQ(HTTP_getsockname(s, reinterpret_cast<sockaddr*>(&name), &length), 0);
-    EXPECT_EQ(name.sin_addr.s_addr, proxy.sin_addr.s_addr);
-    EXPECT_EQ(name.sin_port, 0);
-    u_long on = 1;
-    EXPECT_EQ(HTTP_ioctlsocket(s, static_cast<long>(FIONBIO), &on), 0);
-    dxtest::HostWindow window;
-    EXPECT_EQ(HTTP_WSAAsyncSelect(s, window.Handle(), dxtest::HostWindow::kSocketMessage, FD_CONNECT), 0);
+        dxtest::LogCapture capture;
+        EXPECT_EQ(family.connectCanceled(s), 1);
+        EXPECT_EQ(family.getConnectError(s), 1460u);
+        sockaddr_in name = {};
+        int length = sizeof name;
+        EXPECT_EQ(family.getsockname(s, reinterpret_cast<sockaddr*>(&name), &length), 0);
+        EXPECT_EQ(name.sin_addr.s_addr, proxy.sin_addr.s_addr);
+        EXPECT_EQ(name.sin_port, 0);
+        u_long on = 1;
+        EXPECT_EQ(family.ioctl(s, static_cast<long>(FIONBIO), &on), 0);
+        dxtest::HostWindow window;
+        EXPECT_EQ(family.asyncSelect(s, window.Handle(), dxtest::HostWindow::kSocketMessage, FD_CONNECT), 0);
 
-    EXPECT_EQ(g_pProxySocketManager->Count(), 1u);
-    EXPECT_EQ(g_pProxySocketManager->FindSocket(s), socksObject);
-    EXPECT_TRUE(dxtest::LinesStartingWith(capture.Lines(), Line("CHttpSocket::CHttpSocket(")).empty());
-    EXPECT_EQ(dxtest::LinesStartingWith(capture.Lines(), Line("calling ")),
-              Lines{Line("calling CHttpSocket::GetSockName")});
+        EXPECT_EQ(g_pProxySocketManager->Count(), 1u);
+        EXPECT_EQ(g_pProxySocketManager->FindSocket(s), made);
+        const std::string socketClass = family.socketClass;
+        EXPECT_TRUE(dxtest::LinesStartingWith(capture.Lines(), Line(socketClass + "::" + socketClass + "(")).empty());
+        EXPECT_EQ(dxtest::LinesStartingWith(capture.Lines(), Line("calling ")),
+                  Lines{Line("calling " + socketClass + "::GetSockName")});
 
-    HTTP_CleanupSocket(s);
-    EXPECT_EQ(g_pProxySocketManager->Count(), 0u);
+        family.cleanupSocket(s);
+        EXPECT_EQ(g_pProxySocketManager->Count(), 0u);
+    }
 }
 
 }  // namespace

@@ -2,6 +2,7 @@
 // its arguments and answers as scripted, and the host's time-out while the prompt is open.
 #include <gtest/gtest.h>
 
+#include <functional>
 #include <string>
 #include <vector>
 
@@ -12,6 +13,7 @@
 #include "lifecycle.h"
 #include "log_capture.h"
 #include "module_files.h"
+#include "partial_suite.h"
 #include "proxy_socket_factory.h"
 #include "proxy_socket_manager.h"
 #include "socks_api.h"
@@ -42,6 +44,7 @@ protected:
         recording = Export<PFN_UiDoubleRecording>(ui, "UiDoubleRecording");
         Export<PFN_UiDoubleReset>(ui, "UiDoubleReset")();
         g_pProxySocketManager = new CProxySocketManager(MakeProxySocket);
+        PartialSuiteResetCounts();
 
         listener = dxtest::MakeTcpSocket();
         sockaddr_in any = dxtest::Loopback(0);
@@ -116,6 +119,8 @@ TEST_F(PasswordPromptTest, SocksPromptIsAskedWithTheSocketsUserAndTheProxyAddres
     UiDoubleRecord record = Recording();
     EXPECT_EQ(record.promptCalls, 1);
     EXPECT_EQ(record.language, 0x1234u);  // from the suite library beside this library
+    EXPECT_EQ(PartialSuiteCount(kPartialSuiteLoads), 1);
+    EXPECT_EQ(PartialSuiteCount(kPartialSuiteLangIdCalls), 1);
     EXPECT_EQ(record.owner, top);
     EXPECT_EQ(record.one, 1u);
     EXPECT_EQ(record.zero, 0u);
@@ -187,17 +192,39 @@ TEST_F(PasswordPromptTest, SocksPromptDeclinedOrEmptyIsCancelled) {
     EXPECT_EQ(dxtest::Receive(peer, 300, 300), "");
 }
 
+// A callback that answers leaves the UI library's prompt, the suite library and its language alone.
 TEST_F(PasswordPromptTest, CallbackTakesPrecedenceOverThePrompt) {
     auto callback = [](void*, wchar_t* password, int, const wchar_t*, const wchar_t*) {
         lstrcpyW(password, L"cb");
         return 1;
     };
-    SOCKS_SetPasswordCallback(nullptr, callback);
-    CSocksSocket* object = SocksObject("a");
-    EXPECT_EQ(object->OnMethodRecv(), 0);
-    SOCKS_SetPasswordCallback(nullptr, nullptr);
-    EXPECT_EQ(Recording().promptCalls, 0);
-    EXPECT_EQ(Sent(), std::string("\x01\x01" "a" "\x02" "cb", 6));
+    struct Case {
+        const char* name;
+        void (*setCallback)(void*, DXSOCKS_PASSWORD_CALLBACK);
+        std::function<int()> step;
+        std::string sent;
+    };
+    const Case cases[] = {
+        {"SOCKS", SOCKS_SetPasswordCallback, [&] { return SocksObject("a")->OnMethodRecv(); },
+         std::string("\x01\x01" "a" "\x02" "cb", 6)},
+        {"HTTP", HTTP_SetPasswordCallback, [&] { return HttpObject("alice")->SendHttpAuthentication(); },
+         "CONNECT example.com:443 HTTP/1.1\r\nHost: example.com:443\r\n"
+         "Proxy-Authorization: basic YWxpY2U6Y2I=\r\n\r\n"},
+    };
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.name);
+        c.setCallback(nullptr, callback);
+        EXPECT_EQ(c.step(), 0);
+        c.setCallback(nullptr, nullptr);
+        EXPECT_EQ(Sent(), c.sent);
+        UiDoubleRecord record = Recording();
+        EXPECT_EQ(record.promptCalls, 0);
+        EXPECT_EQ(record.freeCalls, 0);
+        EXPECT_EQ(PartialSuiteCount(kPartialSuiteLoads), 0);
+        EXPECT_EQ(PartialSuiteCount(kPartialSuiteLangIdCalls), 0);
+        // The next row's family makes its own object for the socket.
+        g_pProxySocketManager->RemoveSocket(host);
+    }
 }
 
 struct TimeOutContext {
@@ -223,10 +250,11 @@ TEST_F(PasswordPromptTest, SocksTimeOutDuringThePromptEndsWith1460) {
     EXPECT_EQ(SOCKS_ConnectCanceled(host), 0);
     EXPECT_EQ(object->lastError, 1460);
     EXPECT_EQ(object->state, kFailed);
-    std::string n = std::to_string(static_cast<int>(host));
-    Lines expected = {Line("CSocksSocket::OnMethodRecv - Requesting Password."), Line("Begin func SOCKS_ConnectTimeout"),
-                      Line(" socket = " + n), Line("End func SOCKS_ConnectTimeout"),
-                      Line("CSocksSocket::OnMethodRecv - Password dialog timeout.")};
+    Lines expected = dxtest::Joined({
+        {Line("CSocksSocket::OnMethodRecv - Requesting Password.")},
+        dxtest::FrameWithoutResult("SOCKS_ConnectTimeout", host, {}),
+        {Line("CSocksSocket::OnMethodRecv - Password dialog timeout.")},
+    });
     Lines lines = capture.Lines();
     lines.resize(std::min(lines.size(), expected.size()));
     EXPECT_EQ(lines, expected);
@@ -262,6 +290,8 @@ TEST_F(PasswordPromptTest, HttpPromptGivesThePasswordForTheCredentials) {
     UiDoubleRecord record = Recording();
     EXPECT_EQ(record.family, 1u);
     EXPECT_EQ(record.language, 0x1234u);
+    EXPECT_EQ(PartialSuiteCount(kPartialSuiteLoads), 1);
+    EXPECT_EQ(PartialSuiteCount(kPartialSuiteLangIdCalls), 1);
     EXPECT_EQ(record.one, 1u);
     EXPECT_EQ(record.zero, 0u);
     EXPECT_STREQ(record.user, "alice");

@@ -6,6 +6,7 @@
 
 #include "bench.h"
 #include "log_capture.h"
+#include "test_helpers.h"
 
 namespace {
 
@@ -32,10 +33,6 @@ protected:
     // Connects the socket to the fake proxy by hand, for steps driven one at a time.
     void ConnectToFake() {
         ASSERT_EQ(connect(s, reinterpret_cast<sockaddr*>(&fake), sizeof fake), 0);
-    }
-    void MakeNonBlocking() {
-        u_long on = 1;
-        ASSERT_EQ(ioctlsocket(s, FIONBIO, &on), 0);
     }
 
     SOCKET s = INVALID_SOCKET;
@@ -121,7 +118,7 @@ TEST_F(SocksSocketTest, DestinationAddressZeroSendsNothingAndFails) {
     unsigned error = 0;
     object->StartConnect(kCommandConnect, "0.0.0.0", 80, nullptr, &error);
     EXPECT_EQ(error, static_cast<unsigned>(WSAHOST_NOT_FOUND));
-    // The send failures of state 1 have no ConnectFinished, so state 12 stands.
+    // The send failures of kConnected have no ConnectFinished, so kFailed stands.
     EXPECT_EQ(object->state, kFailed);
     closesocket(s);
     s = INVALID_SOCKET;
@@ -164,7 +161,7 @@ TEST_F(SocksSocketTest, ThreeByteReplyOnANonBlockingSocketLeavesTheReadOpenAndTh
     FakeScript("readz send=005a00 holdrecv=2500 send=0000000000 drain=3000");
     ConnectToFake();
     ASSERT_TRUE(dxtest::SendAll(s, std::string(1, '\0')));
-    MakeNonBlocking();
+    dxtest::MakeNonBlocking(s);
     object->state = kAwaitSocks4Reply;
     EXPECT_EQ(object->ProcessState(), 0);  // about 1 s of retries
     EXPECT_EQ(object->reading, 1);
@@ -190,7 +187,7 @@ TEST_F(SocksSocketTest, ReplyFollowedByTheSecondReplyOfABindIsConsumedWhole) {
     EXPECT_EQ(object->state, kEstablished);
     // A zero address in a BIND's reply stands for the proxy's.
     EXPECT_EQ(std::string(reinterpret_cast<char*>(object->socks4Packet) + 4, 4), std::string("\x7f\0\0\x01", 4));
-    MakeNonBlocking();
+    dxtest::MakeNonBlocking(s);
     char rest;
     EXPECT_EQ(recv(s, &rest, 1, MSG_PEEK), SOCKET_ERROR);
     EXPECT_EQ(WSAGetLastError(), WSAEWOULDBLOCK);
