@@ -50,7 +50,8 @@ template <typename Socket>
 int ConnectThroughProxy(const char* name, int type, SOCKET s, const char* host, unsigned port, HWND parent) {
     ExportLog log(name, s);
     SOCKS_LogString("Begin host:port %s:%d", host, static_cast<int>(port));
-    auto* object = static_cast<Socket*>(g_pProxySocketManager->FindOrAddSocket(s, type));
+    // The use keeps the object through the handshake, whoever removes it meanwhile.
+    SharedUse<Socket> object = g_pProxySocketManager->FindOrAddSocket(s, type).As<Socket>();
     g_hParentWindow = parent;
     int code;
     if (object == nullptr) {
@@ -78,7 +79,7 @@ int BindThroughProxy(const char* name, int type, BindWaitEnds ends, SOCKET s, co
                      HWND parent) {
     ExportLog log(name, s);
     SOCKS_LogString("Begin host:port %s:%d", host, static_cast<int>(port));
-    auto* object = static_cast<Socket*>(g_pProxySocketManager->FindOrAddSocket(s, type));
+    SharedUse<Socket> object = g_pProxySocketManager->FindOrAddSocket(s, type).As<Socket>();
     int code = 0;
     int result;
     if (object == nullptr || !object->proxyChosen) {

@@ -37,6 +37,11 @@ constexpr int kTargetServiceSize = 33;
 constexpr int kReceiveBufferSize = 1024;
 constexpr int kUserIdSize = 512;
 
+// Selects a class's constructor that lays down its defaults without the log line: the factory puts
+// the defaults of the other class under each object.
+struct UnloggedTag {};
+constexpr UnloggedTag kUnlogged{};
+
 struct CProxySocket : CListNode {
     explicit CProxySocket(SOCKET s) : socket(s) {}
 

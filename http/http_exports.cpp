@@ -10,8 +10,8 @@
 
 namespace {
 
-CHttpSocket* FindOrAddHttpSocket(SOCKET s) {
-    return static_cast<CHttpSocket*>(g_pProxySocketManager->FindOrAddSocket(s, kHttpSocketType));
+SharedUse<CHttpSocket> FindOrAddHttpSocket(SOCKET s) {
+    return g_pProxySocketManager->FindOrAddSocket(s, kHttpSocketType).As<CHttpSocket>();
 }
 
 
@@ -86,7 +86,7 @@ int HTTP_getsockname(SOCKET s, sockaddr* name, int* namelen) {
 int HTTP_ioctlsocket(SOCKET s, long command, u_long* argument) {
     ExportLog log("HTTP_ioctlsocket", s);
     if (command == static_cast<long>(FIONBIO)) {
-        CHttpSocket* object = FindOrAddHttpSocket(s);
+        SharedUse<CHttpSocket> object = FindOrAddHttpSocket(s);
         // INVALID_SOCKET gets no object; the real call then reports the handle.
         if (object != nullptr) object->asyncMode = 1;
         SOCKS_LogString(" set socket non-blocking");
@@ -135,7 +135,7 @@ void HTTP_SetPasswordCallback(void* context, DXSOCKS_PASSWORD_CALLBACK callback)
 
 int HTTP_SetProxy(SOCKET s, const sockaddr_in* proxy, int length, const char* user, unsigned int authenticate) {
     ExportLog log("HTTP_SetProxy", s);
-    CHttpSocket* object = FindOrAddHttpSocket(s);
+    SharedUse<CHttpSocket> object = FindOrAddHttpSocket(s);
     if (object != nullptr) object->SetProxy(proxy, length, user, authenticate);
     log.End();
     return object != nullptr ? 0 : 1;
