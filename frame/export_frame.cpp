@@ -41,6 +41,12 @@ bool AddressRecordToHostPort(const sockaddr* name, int namelen, char* text, size
     return true;
 }
 
+bool AddressLengthFaults(const int* length) {
+    if (length != nullptr && *length >= 0) return false;
+    WSASetLastError(dxcode::kFault);
+    return true;
+}
+
 int CallWithAddressRecord(HostPortCall call, SOCKET s, const sockaddr* name, int namelen) {
     char text[kTargetHostSize] = {};
     unsigned port = 0;
@@ -91,7 +97,7 @@ int GetManagedSockName(const char* name, const char* owner, SOCKET s, sockaddr* 
         object->GetSockName(address, length);
     } else {
         SOCKS_LogString("calling ::getsockname");
-        result = getsockname(s, address, length);
+        result = AddressLengthFaults(length) ? SOCKET_ERROR : getsockname(s, address, length);
     }
     LogAddress("End addr %s:%d", address);
     log.End(result);

@@ -23,6 +23,11 @@ bool AddressRecordToHostPort(const sockaddr* name, int namelen, char* text, size
 using HostPortCall = int (*)(SOCKET s, const char* host, unsigned port, HWND parent, int family);
 int CallWithAddressRecord(HostPortCall call, SOCKET s, const sockaddr* name, int namelen);
 
+// What WinSock on Windows checks before a call that writes an address: a null or negative length is
+// 10014 there, while Wine would read through the null pointer or write up to 64 KiB. True (and the
+// WinSock error 10014) when the call must not go to the system.
+bool AddressLengthFaults(const int* length);
+
 // The socket calls that both families make word for word alike; `name` is the export's.
 int CloseManagedSocket(const char* name, SOCKET s);
 void CleanupManagedSocket(const char* name, SOCKET s);

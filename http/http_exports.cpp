@@ -6,6 +6,7 @@
 #include "log.h"
 #include "suite_library.h"
 #include "proxy_socket_manager.h"
+#include "result_codes.h"
 #include "version_info.h"
 
 namespace {
@@ -60,7 +61,10 @@ constexpr DWORD kCleanupWaitMs = 1000;
 extern "C" {
 
 // A plain forward: the HTTP family has no second reply to read.
-SOCKET HTTP_accept(SOCKET s, sockaddr* addr, int* addrlen) { return accept(s, addr, addrlen); }
+SOCKET HTTP_accept(SOCKET s, sockaddr* addr, int* addrlen) {
+    if (addr != nullptr && AddressLengthFaults(addrlen)) return INVALID_SOCKET;
+    return accept(s, addr, addrlen);
+}
 
 int HTTP_bind(SOCKET s, const sockaddr* name, int namelen) {
     ExportLog log("HTTP_bind", s);
@@ -91,8 +95,15 @@ int HTTP_ioctlsocket(SOCKET s, long command, u_long* argument) {
         if (object != nullptr) object->asyncMode = 1;
         SOCKS_LogString(" set socket non-blocking");
     }
-    int result = ioctlsocket(s, command, argument);
-    if (result == SOCKET_ERROR) result = WSAGetLastError();
+    int result;
+    if (argument == nullptr) {
+        // WinSock on Windows refuses it before anything; Wine would write through it.
+        WSASetLastError(dxcode::kFault);
+        result = dxcode::kFault;
+    } else {
+        result = ioctlsocket(s, command, argument);
+        if (result == SOCKET_ERROR) result = WSAGetLastError();
+    }
     log.End(result);
     return result;
 }

@@ -88,7 +88,11 @@ SOCKET SOCKS_accept(SOCKET s, sockaddr* addr, int* addrlen) {
     SOCKET result;
     int error = 0;
     if (object == nullptr || !object->useProxy) {
-        result = accept(s, addr, addrlen);
+        if (addr != nullptr && AddressLengthFaults(addrlen)) {
+            result = INVALID_SOCKET;
+        } else {
+            result = accept(s, addr, addrlen);
+        }
         error = WSAGetLastError();
     } else {
         // The second reply of a BIND, read as an 8-byte SOCKS 4 packet whichever version ran; the read
