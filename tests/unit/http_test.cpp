@@ -496,7 +496,7 @@ TEST_F(HttpSocketTest, PasswordTimeOutFailsTheSendWith1460AndClearsCanceled) {
 TEST_F(HttpSocketTest, BlockingConnectExAfterAPasswordTimeOutFailsWith1460) {
     SOCKET s = Socket();
     ASSERT_EQ(HTTP_SetProxy(s, &listenAddress, sizeof listenAddress, "", 0), 0);
-    auto* object = static_cast<CHttpSocket*>(g_pProxySocketManager->FindSocket(s));
+    auto object = g_pProxySocketManager->FindSocket(s).As<CHttpSocket>();
     ASSERT_NE(object, nullptr);
     object->passwordTimedOut = 1;
     WSASetLastError(0);
@@ -670,7 +670,8 @@ TEST_F(HttpEventModeTest, NothingWithinTwoHundredPeeksEndsFailedWith10035) {
 class HttpHiddenEventTest : public HttpEventModeTest {
 protected:
     CHttpSocket* Registered(SOCKET s) {
-        return static_cast<CHttpSocket*>(g_pProxySocketManager->AddSocket(s, kHttpSocketType));
+        // The registry's own use keeps it while it stays linked.
+        return g_pProxySocketManager->AddSocket(s, kHttpSocketType).As<CHttpSocket>().get();
     }
     static std::string EventLine(SOCKET s, unsigned error, unsigned events) {
         char line[128];
@@ -798,7 +799,7 @@ TEST_F(HttpSocketTest, FionbioSetsEventModeWhateverTheArgumentSays) {
     u_long off = 0;
     dxtest::LogCapture capture;
     EXPECT_EQ(HTTP_ioctlsocket(s, static_cast<long>(FIONBIO), &off), 0);
-    auto* object = static_cast<CHttpSocket*>(g_pProxySocketManager->FindSocket(s));
+    auto object = g_pProxySocketManager->FindSocket(s).As<CHttpSocket>();
     ASSERT_NE(object, nullptr);
     EXPECT_EQ(object->asyncMode, 1);
     EXPECT_EQ(object->state, kIdle);
@@ -825,7 +826,7 @@ TEST_F(HttpSocketTest, AsyncSelectWithoutFdConnectMakesNoObject) {
     EXPECT_EQ(g_pProxySocketManager->Count(), 0u);
     EXPECT_EQ(HTTP_WSAAsyncSelect(s, window.Handle(), dxtest::HostWindow::kSocketMessage, FD_READ | FD_CONNECT), 0);
     ASSERT_EQ(g_pProxySocketManager->Count(), 1u);
-    auto* object = static_cast<CHttpSocket*>(g_pProxySocketManager->FindSocket(s));
+    auto object = g_pProxySocketManager->FindSocket(s).As<CHttpSocket>();
     ASSERT_NE(object, nullptr);
     EXPECT_EQ(object->asyncWindow, window.Handle());
     EXPECT_EQ(object->asyncEvents, static_cast<uint32_t>(FD_READ | FD_CONNECT));
@@ -840,7 +841,7 @@ TEST_F(HttpSocketTest, AnObjectOfEitherFamilyServesTheOtherFamilysCallsAndGetsNo
         SOCKET s = Socket();
         sockaddr_in proxy = Address("10.1.2.3", 1080);
         ASSERT_EQ(maker->setProxy(s, &proxy, sizeof proxy, "", maker->proxyArgument), 0);
-        CProxySocket* made = g_pProxySocketManager->FindSocket(s);
+        CProxySocket* made = g_pProxySocketManager->FindSocket(s).get();
         ASSERT_NE(made, nullptr);
         made->canceled = 1;
         made->connectError = 1460;
@@ -859,7 +860,7 @@ TEST_F(HttpSocketTest, AnObjectOfEitherFamilyServesTheOtherFamilysCallsAndGetsNo
         EXPECT_EQ(family.asyncSelect(s, window.Handle(), dxtest::HostWindow::kSocketMessage, FD_CONNECT), 0);
 
         EXPECT_EQ(g_pProxySocketManager->Count(), 1u);
-        EXPECT_EQ(g_pProxySocketManager->FindSocket(s), made);
+        EXPECT_EQ(g_pProxySocketManager->FindSocket(s).get(), made);
         const std::string socketClass = family.socketClass;
         EXPECT_TRUE(dxtest::LinesStartingWith(capture.Lines(), Line(socketClass + "::" + socketClass + "(")).empty());
         EXPECT_EQ(dxtest::LinesStartingWith(capture.Lines(), Line("calling ")),

@@ -89,10 +89,11 @@ private:
 
 class SocksCallsTest : public RegistryPairTest {
 protected:
+    // The registry's own use keeps these objects while they stay linked.
     CSocksSocket* Add(SOCKET s) {
-        return static_cast<CSocksSocket*>(g_pProxySocketManager->AddSocket(s, kSocksSocketType));
+        return g_pProxySocketManager->AddSocket(s, kSocksSocketType).As<CSocksSocket>().get();
     }
-    CSocksSocket* Find(SOCKET s) { return static_cast<CSocksSocket*>(g_pProxySocketManager->FindSocket(s)); }
+    CSocksSocket* Find(SOCKET s) { return g_pProxySocketManager->FindSocket(s).As<CSocksSocket>().get(); }
     // An object for a new socket, with the state and the count of closes it owes.
     CSocksSocket* AddIn(uint32_t state, int32_t useCount) {
         CSocksSocket* object = Add(Socket());
