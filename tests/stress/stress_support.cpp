@@ -6,8 +6,12 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <map>
 #include <set>
+#include <sstream>
+#include <stdexcept>
 
+#include "bench.h"
 #include "socks_api.h"
 
 namespace dxstress {
@@ -28,8 +32,9 @@ CRITICAL_SECTION* HandleLock() {
 
 thread_local int t_lastCode = kNoCode;
 
-std::mutex g_markerMutex;
+std::mutex g_eventMutex;
 std::set<int> g_markersSeen;
+std::map<long, int> g_eventsBegun;
 std::atomic<int> g_nextMarker{kMarkerBase};
 
 void WatchLine(void*, const char* text) {
@@ -42,9 +47,12 @@ void WatchLine(void*, const char* text) {
     const char* event = std::strstr(text, kEvent);
     if (event == nullptr) return;
     long socket = std::strtol(event + sizeof kEvent - 1, nullptr, 10);
-    if (socket < kMarkerBase) return;
-    std::lock_guard<std::mutex> lock(g_markerMutex);
-    g_markersSeen.insert(static_cast<int>(socket));
+    std::lock_guard<std::mutex> lock(g_eventMutex);
+    if (socket < kMarkerBase) {
+        ++g_eventsBegun[socket];
+    } else {
+        g_markersSeen.insert(static_cast<int>(socket));
+    }
 }
 
 // The family's hidden window of this process; another program's has the same class name.
@@ -138,11 +146,33 @@ void HeapCheckEnvironment::TearDown() { ExpectHeapsWhole("at the end of the prog
 HandleGuard::HandleGuard() { EnterCriticalSection(HandleLock()); }
 HandleGuard::~HandleGuard() { LeaveCriticalSection(HandleLock()); }
 
+namespace {
+std::set<SOCKET> g_quarantined;
+// Sockets WinSock made with a quarantined value, kept open until the value is released.
+std::set<SOCKET> g_keptAside;
+}  // namespace
+
+void Quarantine(SOCKET s) { g_quarantined.insert(s); }
+
+void ReleaseQuarantine(SOCKET s) {
+    HandleGuard guard;
+    g_quarantined.erase(s);
+    auto kept = g_keptAside.find(s);
+    if (kept != g_keptAside.end()) {
+        closesocket(*kept);
+        g_keptAside.erase(kept);
+    }
+}
+
 SOCKET NewSocket(bool bound, uint16_t* port) {
     SOCKET s;
     {
         HandleGuard guard;
-        s = socket(AF_INET, SOCK_STREAM, IPPROTO_TCP);
+        for (;;) {
+            s = socket(AF_INET, SOCK_STREAM, IPPROTO_TCP);
+            if (s == INVALID_SOCKET || g_quarantined.count(s) == 0) break;
+            g_keptAside.insert(s);
+        }
     }
     if (s == INVALID_SOCKET || !bound) return s;
     sockaddr_in local = {};
@@ -151,6 +181,39 @@ SOCKET NewSocket(bool bound, uint16_t* port) {
     if (bind(s, reinterpret_cast<sockaddr*>(&local), sizeof local) != 0) return s;
     if (port != nullptr) *port = LocalPort(s);
     return s;
+}
+
+ControlChannel::ControlChannel() : s_(NewSocket(false)) {
+    sockaddr_in address = dxtest::Loopback(dxtest::BenchPort("CONTROL_PORT"));
+    if (connect(s_, reinterpret_cast<sockaddr*>(&address), sizeof address) != 0) {
+        throw std::runtime_error("the fake proxy's control port refused");
+    }
+    SetReceiveTimeout(s_, 30000);
+}
+
+ControlChannel::~ControlChannel() { closesocket(s_); }
+
+std::string ControlChannel::Ask(const std::string& request) {
+    if (!dxtest::SendAll(s_, request + "\n")) throw std::runtime_error("control channel: send failed");
+    std::string answer;
+    char c;
+    while (recv(s_, &c, 1, 0) == 1 && c != '\n') answer += c;
+    return answer;
+}
+
+int ControlChannel::Script(uint16_t clientPort, const std::string& steps) {
+    std::string answer = Ask("SCRIPT for=" + std::to_string(clientPort) + " " + steps);
+    if (answer.rfind("OK ", 0) != 0) throw std::runtime_error("the fake proxy refused the script: " + answer);
+    return std::stoi(answer.substr(3));
+}
+
+std::string ControlChannel::Received(int id) {
+    std::string answer = Ask("LOG " + std::to_string(id) + " 0");
+    std::istringstream words(answer);
+    std::string tag, status, hex;
+    words >> tag >> status >> hex;
+    if (tag != "LOG") throw std::runtime_error("the fake proxy's log answer: " + answer);
+    return hex == "-" ? std::string() : dxtest::Unhex(hex);
 }
 
 uint16_t LocalPort(SOCKET s) {
@@ -170,6 +233,17 @@ void WatchLog() {
 }
 
 int LastLoggedCode() { return t_lastCode; }
+
+int EventsBegun(SOCKET s) {
+    std::lock_guard<std::mutex> lock(g_eventMutex);
+    auto found = g_eventsBegun.find(static_cast<long>(s));
+    return found == g_eventsBegun.end() ? 0 : found->second;
+}
+
+void ForgetEvents(SOCKET s) {
+    std::lock_guard<std::mutex> lock(g_eventMutex);
+    g_eventsBegun.erase(static_cast<long>(s));
+}
 void ForgetLoggedCode() { t_lastCode = kNoCode; }
 
 bool DrainHiddenThread(Family family, int timeoutMs) {
@@ -180,7 +254,7 @@ bool DrainHiddenThread(Family family, int timeoutMs) {
     double end = NowMs() + timeoutMs;
     for (;;) {
         {
-            std::lock_guard<std::mutex> lock(g_markerMutex);
+            std::lock_guard<std::mutex> lock(g_eventMutex);
             if (g_markersSeen.erase(marker) != 0) return true;
         }
         if (NowMs() > end) return false;

@@ -45,9 +45,10 @@ void ReportCrashes();
 
 // ---------------------------------------------------------------- handles
 
-// WinSock hands a closed handle value out again at once. Threads make their sockets under this lock,
-// and a thread that closes a socket the library or a hidden thread may still touch holds it until
-// they are done, so that no other thread's new socket takes the value in between.
+// WinSock hands a closed handle value out again at once. A socket closed while the library or a
+// hidden thread may still touch its handle value is put in quarantine in the same breath as its
+// close (both under HandleGuard): NewSocket never gives a quarantined value to a caller, and keeps
+// the socket WinSock made with it aside until the value is released.
 class HandleGuard {
 public:
     HandleGuard();
@@ -55,22 +56,50 @@ public:
     HandleGuard(const HandleGuard&) = delete;
     HandleGuard& operator=(const HandleGuard&) = delete;
 };
+// With a HandleGuard held, right after the close.
+void Quarantine(SOCKET s);
+// Once nothing touches the value any more: a socket kept aside with it is closed.
+void ReleaseQuarantine(SOCKET s);
 
-// A TCP socket, made under the handle lock. With `bound` it is bound to a loopback port first, so
-// that the fake proxy can be given a script for that client port.
+// A TCP socket whose handle value is in no quarantine. With `bound` it is bound to a loopback port
+// first, so that the fake proxy can be given a script for that client port.
 SOCKET NewSocket(bool bound, uint16_t* port = nullptr);
 uint16_t LocalPort(SOCKET s);
 void SetReceiveTimeout(SOCKET s, DWORD ms);
 
+// The fake proxy's control channel, one connection kept open for the thread that owns it, so that
+// polling it makes no sockets (dxtest's helpers connect anew for each request).
+class ControlChannel {
+public:
+    ControlChannel();
+    ~ControlChannel();
+    ControlChannel(const ControlChannel&) = delete;
+    ControlChannel& operator=(const ControlChannel&) = delete;
+    // A script for the connection from `clientPort`; its id. Throws when the proxy refuses it.
+    int Script(uint16_t clientPort, const std::string& steps);
+    // What the proxy has received on that connection so far.
+    std::string Received(int id);
+
+private:
+    std::string Ask(const std::string& request);
+    SOCKET s_;
+};
+
 // ---------------------------------------------------------------- the library's log
 
 // Installs the log callback: it keeps, per thread, the code of the last "WinSock Error = " line,
-// and notes the markers that the hidden threads pass. Other lines are dropped.
+// counts the events the hidden threads take per socket, and notes the markers they pass. Other
+// lines are dropped.
 void WatchLog();
 // The code the calling thread's last connect logged, or kNoCode.
 constexpr int kNoCode = 0x7fffffff;
 int LastLoggedCode();
 void ForgetLoggedCode();
+
+// How many events of socket s the hidden threads have begun to handle since ForgetEvents(s): a step
+// of the handshake begins with each. Handle values come back, so a round forgets them first.
+int EventsBegun(SOCKET s);
+void ForgetEvents(SOCKET s);
 
 enum class Family { kSocks, kHttp };
 // Waits until the family's hidden thread has handled every event queued before the call: a marker
