@@ -19,7 +19,8 @@ set(DX_USES_http host frame)
 # Registry and list, log, lifecycle and hidden windows, resolver, the export frame of both families.
 set(DX_PORTABLE_frame
   frame/linked_list.cpp
-  frame/log_format.cpp)
+  frame/log_format.cpp
+  frame/shared_list.cpp)
 set(DX_WIN32_frame
   frame/export_frame.cpp
   frame/lifecycle.cpp

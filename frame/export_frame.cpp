@@ -41,6 +41,12 @@ bool AddressRecordToHostPort(const sockaddr* name, int namelen, char* text, size
     return true;
 }
 
+bool AddressLengthFaults(const int* length) {
+    if (length != nullptr && *length >= 0) return false;
+    WSASetLastError(dxcode::kFault);
+    return true;
+}
+
 int CallWithAddressRecord(HostPortCall call, SOCKET s, const sockaddr* name, int namelen) {
     char text[kTargetHostSize] = {};
     unsigned port = 0;
@@ -53,7 +59,7 @@ int CallWithAddressRecord(HostPortCall call, SOCKET s, const sockaddr* name, int
 
 int CloseManagedSocket(const char* name, SOCKET s) {
     ExportLog log(name, s);
-    CProxySocket* object = g_pProxySocketManager->FindSocket(s);
+    ProxySocketUse object = g_pProxySocketManager->FindSocket(s);
     if (object != nullptr) {
         // A close in mid-handshake, or one of several owed, leaves socket and object alive.
         if (object->ReleaseSocket() == 0) {
@@ -61,7 +67,8 @@ int CloseManagedSocket(const char* name, SOCKET s) {
             return 0;
         }
         SOCKS_LogString("g_pProxySocketManager->RemoveSocket(s)");
-        g_pProxySocketManager->RemoveSocket(s);
+        // Unlinked now; freed when the last use goes, maybe an event step still running on it.
+        g_pProxySocketManager->RemoveSocket(object.get());
     }
     int result = closesocket(s);
     log.End(result);
@@ -71,11 +78,11 @@ int CloseManagedSocket(const char* name, SOCKET s) {
 // The socket itself isn't closed here.
 void CleanupManagedSocket(const char* name, SOCKET s) {
     ExportLog log(name, s);
-    CProxySocket* object = g_pProxySocketManager->FindSocket(s);
+    ProxySocketUse object = g_pProxySocketManager->FindSocket(s);
     if (object != nullptr) {
         object->ReleaseSocket();
         SOCKS_LogString("g_pProxySocketManager->RemoveSocket(s)");
-        g_pProxySocketManager->RemoveSocket(s);
+        g_pProxySocketManager->RemoveSocket(object.get());
     }
     log.End();
 }
@@ -83,14 +90,14 @@ void CleanupManagedSocket(const char* name, SOCKET s) {
 int GetManagedSockName(const char* name, const char* owner, SOCKET s, sockaddr* address, int* length) {
     ExportLog log(name, s);
     LogAddress("Begin addr %s:%d", address);
-    CProxySocket* object = g_pProxySocketManager->FindSocket(s);
+    ProxySocketUse object = g_pProxySocketManager->FindSocket(s);
     int result = 0;
     if (object != nullptr && object->useProxy && address != nullptr) {
         SOCKS_LogString("calling %s::GetSockName", owner);
         object->GetSockName(address, length);
     } else {
         SOCKS_LogString("calling ::getsockname");
-        result = getsockname(s, address, length);
+        result = AddressLengthFaults(length) ? SOCKET_ERROR : getsockname(s, address, length);
     }
     LogAddress("End addr %s:%d", address);
     log.End(result);
@@ -100,7 +107,7 @@ int GetManagedSockName(const char* name, const char* owner, SOCKET s, sockaddr* 
 // With a proxy the waiting is the proxy's: WinSock is not asked.
 int ListenManaged(const char* name, SOCKET s, int backlog) {
     ExportLog log(name, s);
-    CProxySocket* object = g_pProxySocketManager->FindSocket(s);
+    ProxySocketUse object = g_pProxySocketManager->FindSocket(s);
     int result = 0;
     if (object != nullptr && object->useProxy) {
         object->readPointer = nullptr;
@@ -124,7 +131,7 @@ int SelectManaged(const char* name, int nfds, fd_set* readfds, fd_set* writefds,
 int AsyncSelectManaged(const char* name, int type, SOCKET s, HWND window, unsigned message, long events) {
     ExportLog log(name, s);
     SOCKS_LogString(" %p, %x, %x", window, message, static_cast<unsigned>(events));
-    CProxySocket* object = g_pProxySocketManager->FindSocket(s);
+    ProxySocketUse object = g_pProxySocketManager->FindSocket(s);
     int result = 0;
     if (object == nullptr && (events & FD_CONNECT)) {
         object = g_pProxySocketManager->AddSocket(s, type);
@@ -150,7 +157,7 @@ int AsyncSelectManaged(const char* name, int type, SOCKET s, HWND window, unsign
 
 int ReadCanceled(const char* name, SOCKET s) {
     ExportLog log(name, s);
-    CProxySocket* object = g_pProxySocketManager->FindSocket(s);
+    ProxySocketUse object = g_pProxySocketManager->FindSocket(s);
     int result = object != nullptr ? object->canceled : 0;
     log.End(result);
     return result;
@@ -158,7 +165,7 @@ int ReadCanceled(const char* name, SOCKET s) {
 
 unsigned ReadConnectError(const char* name, SOCKET s) {
     ExportLog log(name, s);
-    CProxySocket* object = g_pProxySocketManager->FindSocket(s);
+    ProxySocketUse object = g_pProxySocketManager->FindSocket(s);
     unsigned result = object != nullptr ? object->connectError : 0;
     log.End(static_cast<int>(result));
     return result;
@@ -176,7 +183,7 @@ void ReportConnectTimeout(const char* name, SOCKET s, bool notesConfigTimeout, v
         closePrompt();
         if (notesConfigTimeout) g_configPromptTimedOut = 1;
     }
-    CProxySocket* object = g_pProxySocketManager->FindSocket(s);
+    ProxySocketUse object = g_pProxySocketManager->FindSocket(s);
     if (object != nullptr) object->OnConnectTimeout(closePrompt);
     log.End();
 }

@@ -23,6 +23,11 @@ bool AddressRecordToHostPort(const sockaddr* name, int namelen, char* text, size
 using HostPortCall = int (*)(SOCKET s, const char* host, unsigned port, HWND parent, int family);
 int CallWithAddressRecord(HostPortCall call, SOCKET s, const sockaddr* name, int namelen);
 
+// What WinSock on Windows checks before a call that writes an address: a null or negative length is
+// 10014 there, while Wine would read through the null pointer or write up to 64 KiB. True (and the
+// WinSock error 10014) when the call must not go to the system.
+bool AddressLengthFaults(const int* length);
+
 // The socket calls that both families make word for word alike; `name` is the export's.
 int CloseManagedSocket(const char* name, SOCKET s);
 void CleanupManagedSocket(const char* name, SOCKET s);
@@ -50,7 +55,8 @@ template <typename Socket>
 int ConnectThroughProxy(const char* name, int type, SOCKET s, const char* host, unsigned port, HWND parent) {
     ExportLog log(name, s);
     SOCKS_LogString("Begin host:port %s:%d", host, static_cast<int>(port));
-    auto* object = static_cast<Socket*>(g_pProxySocketManager->FindOrAddSocket(s, type));
+    // The use keeps the object through the handshake, whoever removes it meanwhile.
+    SharedUse<Socket> object = g_pProxySocketManager->FindOrAddSocket(s, type).As<Socket>();
     g_hParentWindow = parent;
     int code;
     if (object == nullptr) {
@@ -78,7 +84,7 @@ int BindThroughProxy(const char* name, int type, BindWaitEnds ends, SOCKET s, co
                      HWND parent) {
     ExportLog log(name, s);
     SOCKS_LogString("Begin host:port %s:%d", host, static_cast<int>(port));
-    auto* object = static_cast<Socket*>(g_pProxySocketManager->FindOrAddSocket(s, type));
+    SharedUse<Socket> object = g_pProxySocketManager->FindOrAddSocket(s, type).As<Socket>();
     int code = 0;
     int result;
     if (object == nullptr || !object->proxyChosen) {

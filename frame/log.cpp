@@ -2,15 +2,39 @@
 
 #include <cstdarg>
 #include <cstdio>
+#include <mutex>
 
 #include "bounded_text.h"
 #include "log_format.h"
 
-DXSOCKS_LOG_CALLBACK g_pfnLogCallback = nullptr;
-void* g_logContext = nullptr;
-DXSOCKS_LOG_CALLBACK_EX g_pfnLogCallbackEx = nullptr;
-
 namespace {
+
+// The host's callbacks. The Ex callback and its context are one pair: a line never reaches one
+// callback with another's context. The lock is held only to write or copy them, never while a
+// callback runs.
+struct LogCallbacks {
+    DXSOCKS_LOG_CALLBACK plain = nullptr;
+    void* context = nullptr;
+    DXSOCKS_LOG_CALLBACK_EX withContext = nullptr;
+};
+std::mutex g_logCallbacksLock;
+LogCallbacks g_logCallbacks;
+
+LogCallbacks CurrentCallbacks() {
+    std::lock_guard<std::mutex> hold(g_logCallbacksLock);
+    return g_logCallbacks;
+}
+
+void SetPlainCallback(DXSOCKS_LOG_CALLBACK callback) {
+    std::lock_guard<std::mutex> hold(g_logCallbacksLock);
+    g_logCallbacks.plain = callback;
+}
+
+void SetCallbackWithContext(void* context, DXSOCKS_LOG_CALLBACK_EX callback) {
+    std::lock_guard<std::mutex> hold(g_logCallbacksLock);
+    g_logCallbacks.context = context;
+    g_logCallbacks.withContext = callback;
+}
 
 constexpr size_t kTextSize = 1024;    // the formatted text
 constexpr size_t kJoinedSize = 1040;  // prefix and text
@@ -34,12 +58,13 @@ void LogWithPrefix(const char* prefix, const char* format, va_list arguments) {
 void LogMessage(int, const char* format) {
     char line[kLineCount + 1];
     size_t length = FormatWithoutArguments(format, line, kLineCount);
-    if (g_pfnLogCallback != nullptr) {
+    LogCallbacks callbacks = CurrentCallbacks();
+    if (callbacks.plain != nullptr) {
         line[length] = '\n';
         line[length + 1] = '\0';
-        g_pfnLogCallback(DXSOCKS_LOG_LINE_VALUE, line);
-    } else if (g_pfnLogCallbackEx != nullptr) {
-        g_pfnLogCallbackEx(g_logContext, line);
+        callbacks.plain(DXSOCKS_LOG_LINE_VALUE, line);
+    } else if (callbacks.withContext != nullptr) {
+        callbacks.withContext(callbacks.context, line);
     }
 }
 
@@ -77,6 +102,7 @@ void ExportLog::End(int result) const {
 extern "C" {
 
 void __cdecl SOCKS_LogString(const char* format, ...) {
+    if (format == nullptr) return;
     int saved = WSAGetLastError();
     va_list arguments;
     va_start(arguments, format);
@@ -87,23 +113,22 @@ void __cdecl SOCKS_LogString(const char* format, ...) {
 
 // Unlike the SOCKS twin, this keeps no promise about the WinSock error.
 void __cdecl HTTP_LogString(const char* format, ...) {
+    if (format == nullptr) return;
     va_list arguments;
     va_start(arguments, format);
     LogWithPrefix("DXHTTP: ", format, arguments);
     va_end(arguments);
 }
 
-void SOCKS_SetLoggingCallback(DXSOCKS_LOG_CALLBACK callback) { g_pfnLogCallback = callback; }
-void HTTP_SetLoggingCallback(DXSOCKS_LOG_CALLBACK callback) { g_pfnLogCallback = callback; }
+void SOCKS_SetLoggingCallback(DXSOCKS_LOG_CALLBACK callback) { SetPlainCallback(callback); }
+void HTTP_SetLoggingCallback(DXSOCKS_LOG_CALLBACK callback) { SetPlainCallback(callback); }
 
 void SOCKS_SetLoggingCallbackEx(void* context, DXSOCKS_LOG_CALLBACK_EX callback) {
-    g_logContext = context;
-    g_pfnLogCallbackEx = callback;
+    SetCallbackWithContext(context, callback);
 }
 
 void HTTP_SetLoggingCallbackEx(void* context, DXSOCKS_LOG_CALLBACK_EX callback) {
-    g_logContext = context;
-    g_pfnLogCallbackEx = callback;
+    SetCallbackWithContext(context, callback);
 }
 
 }  // extern "C"

@@ -3,10 +3,6 @@
 
 #include "dxsocks_types.h"
 
-extern DXSOCKS_LOG_CALLBACK g_pfnLogCallback;
-extern void* g_logContext;
-extern DXSOCKS_LOG_CALLBACK_EX g_pfnLogCallbackEx;
-
 // Delivers `format` after the second formatting pass, which takes no arguments (log_format.h).
 void LogMessage(int ignored, const char* format);
 

@@ -1,5 +1,6 @@
 #include "proxy_socket.h"
 
+#include <cstddef>
 #include <cstring>
 
 #include "bounded_text.h"
@@ -11,14 +12,19 @@
 namespace {
 using dxcode::kWouldBlock;
 constexpr int kRetryLimit = 100;
+// The address of a record ends at its eighth byte.
+constexpr int kProxyAddressEnd = static_cast<int>(offsetof(sockaddr_in, sin_addr) + sizeof(in_addr));
 }  // namespace
 
 bool CProxySocket::StoreProxy(const sockaddr_in* proxy, int length, const char* user) {
     useProxy = 0;
     proxyChosen = 1;
-    if (proxy == nullptr || proxy->sin_addr.s_addr == 0) return false;
-    size_t size = length < 0 ? 0 : static_cast<size_t>(length);
-    std::memcpy(&proxyAddress, proxy, size < sizeof proxyAddress ? size : sizeof proxyAddress);
+    if (proxy == nullptr || length < kProxyAddressEnd) return false;
+    sockaddr_in given = {};
+    size_t size = static_cast<size_t>(length) < sizeof given ? static_cast<size_t>(length) : sizeof given;
+    std::memcpy(&given, proxy, size);
+    if (given.sin_addr.s_addr == 0) return false;
+    proxyAddress = given;
     // At most 510 characters are kept; the last byte of the field stays zero.
     CopyText(userId, kUserIdSize - 1, user);
     userId[kUserIdSize - 1] = '\0';

@@ -37,11 +37,17 @@ constexpr int kTargetServiceSize = 33;
 constexpr int kReceiveBufferSize = 1024;
 constexpr int kUserIdSize = 512;
 
+// Selects a class's constructor that lays down its defaults without the log line: the factory puts
+// the defaults of the other class under each object.
+struct UnloggedTag {};
+constexpr UnloggedTag kUnlogged{};
+
 struct CProxySocket : CListNode {
     explicit CProxySocket(SOCKET s) : socket(s) {}
 
     // The mechanics both stacks share. `owner` names the class in the log lines.
-    // SetProxy's common part: returns whether a proxy address was taken.
+    // SetProxy's common part: returns whether a proxy address was taken. Only the `length` bytes the
+    // host gave are read; those beyond count as zero, so a record of fewer than 8 names no address.
     bool StoreProxy(const sockaddr_in* proxy, int length, const char* user);
     void ReportEvent(unsigned id);
     // The TCP connect to the proxy (or, without one, to the target). For an event-driven socket

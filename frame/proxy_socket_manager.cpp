@@ -1,48 +1,53 @@
 #include "proxy_socket_manager.h"
 
-#include <new>
+#include <utility>
 
 #include "lifecycle.h"
 #include "result_codes.h"
 
 CProxySocketManager* g_pProxySocketManager = nullptr;
 
+namespace {
+
+auto Matching(SOCKET socket) {
+    return [socket](const CListNode* node) { return static_cast<const CProxySocket*>(node)->socket == socket; };
+}
+
+ProxySocketUse AsProxySocket(SharedUse<CListNode> use) { return std::move(use).As<CProxySocket>(); }
+
+}  // namespace
+
 // Nothing in an object says which class made it, so every object is freed the same way.
-void ReleaseProxySocket(CListNode* node) { ::operator delete(static_cast<void*>(node)); }
+void ReleaseProxySocket(CListNode* node) { FreeCountedBlock(node); }
 
-CProxySocketManager::~CProxySocketManager() { Clear(ReleaseProxySocket); }
-
-CProxySocket* CProxySocketManager::AddSocket(SOCKET socket, int type) {
+ProxySocketUse CProxySocketManager::AddSocket(SOCKET socket, int type) {
+    // Made outside the lock: the constructor logs, which calls the host.
     CProxySocket* object = factory(socket, type);
-    if (object != nullptr) Append(object);
-    return object;
+    if (object == nullptr) return nullptr;
+    return AsProxySocket(list.Append(object));
 }
 
-CProxySocket* CProxySocketManager::FindSocket(SOCKET socket) const {
-    for (CListNode* node = First(); node != nullptr; node = Next(node)) {
-        auto* object = static_cast<CProxySocket*>(node);
-        if (object->socket == socket) return object;
-    }
-    return nullptr;
-}
+ProxySocketUse CProxySocketManager::FindSocket(SOCKET socket) const { return AsProxySocket(list.Find(Matching(socket))); }
 
-CProxySocket* CProxySocketManager::FindOrAddSocket(SOCKET socket, int type) {
+ProxySocketUse CProxySocketManager::FindOrAddSocket(SOCKET socket, int type) {
     if (socket == INVALID_SOCKET) return nullptr;
-    CProxySocket* object = FindSocket(socket);
-    return object != nullptr ? object : AddSocket(socket, type);
+    ProxySocketUse found = FindSocket(socket);
+    if (found != nullptr) return found;
+    CProxySocket* object = factory(socket, type);
+    if (object == nullptr) return nullptr;
+    return AsProxySocket(list.AppendUnlessFound(object, Matching(socket)));
 }
 
-void CProxySocketManager::RemoveSocket(SOCKET socket) {
-    CProxySocket* object = FindSocket(socket);
-    if (object == nullptr) return;
-    Remove(object);
-    ReleaseProxySocket(object);
-}
+void CProxySocketManager::RemoveSocket(SOCKET socket) { list.UnlinkFirst(Matching(socket)); }
+
+void CProxySocketManager::RemoveSocket(const CProxySocket* object) { list.Unlink(object); }
+
+ProxySocketUse CProxySocketManager::At(uint32_t index) const { return AsProxySocket(list.At(index)); }
 
 // MinGW declares select with a non-const time-out, which it does not change.
 int CProxySocketManager::Select(int nfds, fd_set* readfds, fd_set* writefds, fd_set* exceptfds,
                                 const timeval* timeout) {
-    if (writefds == nullptr || writefds->fd_count == 0 || First() == nullptr) {
+    if (writefds == nullptr || writefds->fd_count == 0 || list.Empty()) {
         return select(nfds, readfds, writefds, exceptfds, const_cast<timeval*>(timeout));
     }
     fd_set managed = *writefds;
@@ -58,7 +63,8 @@ int CProxySocketManager::Select(int nfds, fd_set* readfds, fd_set* writefds, fd_
     if (select(nfds, readfds, writefds, exceptfds, const_cast<timeval*>(timeout)) == SOCKET_ERROR) return SOCKET_ERROR;
 
     for (u_int i = 0; i < managed.fd_count && i < FD_SETSIZE; ++i) {
-        CProxySocket* object = FindSocket(managed.fd_array[i]);
+        // The use keeps the object while this thread pumps, whoever removes it meanwhile.
+        ProxySocketUse object = FindSocket(managed.fd_array[i]);
         if (object == nullptr || object->state == kIdle) continue;
         // No time limit here: the timeout served the real select only.
         while (object->state != kEstablished) {

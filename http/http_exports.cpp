@@ -6,12 +6,13 @@
 #include "log.h"
 #include "suite_library.h"
 #include "proxy_socket_manager.h"
+#include "result_codes.h"
 #include "version_info.h"
 
 namespace {
 
-CHttpSocket* FindOrAddHttpSocket(SOCKET s) {
-    return static_cast<CHttpSocket*>(g_pProxySocketManager->FindOrAddSocket(s, kHttpSocketType));
+SharedUse<CHttpSocket> FindOrAddHttpSocket(SOCKET s) {
+    return g_pProxySocketManager->FindOrAddSocket(s, kHttpSocketType).As<CHttpSocket>();
 }
 
 
@@ -60,7 +61,10 @@ constexpr DWORD kCleanupWaitMs = 1000;
 extern "C" {
 
 // A plain forward: the HTTP family has no second reply to read.
-SOCKET HTTP_accept(SOCKET s, sockaddr* addr, int* addrlen) { return accept(s, addr, addrlen); }
+SOCKET HTTP_accept(SOCKET s, sockaddr* addr, int* addrlen) {
+    if (addr != nullptr && AddressLengthFaults(addrlen)) return INVALID_SOCKET;
+    return accept(s, addr, addrlen);
+}
 
 int HTTP_bind(SOCKET s, const sockaddr* name, int namelen) {
     ExportLog log("HTTP_bind", s);
@@ -86,13 +90,20 @@ int HTTP_getsockname(SOCKET s, sockaddr* name, int* namelen) {
 int HTTP_ioctlsocket(SOCKET s, long command, u_long* argument) {
     ExportLog log("HTTP_ioctlsocket", s);
     if (command == static_cast<long>(FIONBIO)) {
-        CHttpSocket* object = FindOrAddHttpSocket(s);
+        SharedUse<CHttpSocket> object = FindOrAddHttpSocket(s);
         // INVALID_SOCKET gets no object; the real call then reports the handle.
         if (object != nullptr) object->asyncMode = 1;
         SOCKS_LogString(" set socket non-blocking");
     }
-    int result = ioctlsocket(s, command, argument);
-    if (result == SOCKET_ERROR) result = WSAGetLastError();
+    int result;
+    if (argument == nullptr) {
+        // WinSock on Windows refuses it before anything; Wine would write through it.
+        WSASetLastError(dxcode::kFault);
+        result = dxcode::kFault;
+    } else {
+        result = ioctlsocket(s, command, argument);
+        if (result == SOCKET_ERROR) result = WSAGetLastError();
+    }
     log.End(result);
     return result;
 }
@@ -135,7 +146,7 @@ void HTTP_SetPasswordCallback(void* context, DXSOCKS_PASSWORD_CALLBACK callback)
 
 int HTTP_SetProxy(SOCKET s, const sockaddr_in* proxy, int length, const char* user, unsigned int authenticate) {
     ExportLog log("HTTP_SetProxy", s);
-    CHttpSocket* object = FindOrAddHttpSocket(s);
+    SharedUse<CHttpSocket> object = FindOrAddHttpSocket(s);
     if (object != nullptr) object->SetProxy(proxy, length, user, authenticate);
     log.End();
     return object != nullptr ? 0 : 1;

@@ -333,7 +333,8 @@ int httpHiddenOnSocketEvent(SOCKET s, unsigned error, unsigned events) {
         SOCKS_LogString("httpHiddenOnSocketEvent(FD_CLOSE). Error %d", static_cast<int>(error));
         return 1;
     }
-    auto* object = static_cast<CHttpSocket*>(g_pProxySocketManager->FindSocket(s));
+    // The use keeps the object for this step, should the host remove it meanwhile.
+    SharedUse<CHttpSocket> object = g_pProxySocketManager->FindSocket(s).As<CHttpSocket>();
     if (object == nullptr) return 1;
     if ((events & FD_CONNECT) && error == 0) {
         object->OnConnected();

@@ -9,6 +9,7 @@
 class CHttpSocket : public CProxySocket {
 public:
     explicit CHttpSocket(SOCKET s);
+    CHttpSocket(SOCKET s, UnloggedTag) : CProxySocket(s) {}
 
     void SetProxy(const sockaddr_in* proxy, int length, const char* user, unsigned authenticate);
     int StartConnect(unsigned command, const char* host, unsigned port, HWND parent, unsigned* error);

@@ -11,24 +11,34 @@
 extern "C" {
 #endif
 
-/* accept(), passed straight to WinSock: the HTTP family has no second reply to read. */
+/*
+ * accept(), passed straight to WinSock: the HTTP family has no second reply to read. A non-null addr
+ * with a null or negative *addrlen gives INVALID_SOCKET with 10014 without a call.
+ */
 DXSOCKS_API SOCKET HTTP_accept(SOCKET s, struct sockaddr *addr, int *addrlen);
 
 /* bind() as a CONNECT exchange that then waits; name: non-null IPv4 record of namelen bytes. As HTTP_BindEx. */
 DXSOCKS_API int HTTP_bind(SOCKET s, const struct sockaddr *name, int namelen);
 
-/* As SOCKS_closesocket: only the last close owed closes the socket; a close during the exchange returns 0. */
+/*
+ * As SOCKS_closesocket: only the last close owed closes the socket; a close during the exchange
+ * returns 0. Kept: a socket closed with plain closesocket() keeps the library's state for the next
+ * socket with the same handle value.
+ */
 DXSOCKS_API int HTTP_closesocket(SOCKET s);
 
 /* connect() through the socket's HTTP proxy: name must be a non-null IPv4 record. As HTTP_ConnectEx. */
 DXSOCKS_API int HTTP_connect(SOCKET s, const struct sockaddr *name, int namelen);
 
-/* As SOCKS_getsockname: for a socket with a proxy, the proxy's address (port 0 after a CONNECT). */
+/*
+ * As SOCKS_getsockname: for a socket with a proxy, the proxy's address (port 0 after a CONNECT);
+ * other sockets go to getsockname(), a null or negative length giving -1 with 10014 without a call.
+ */
 DXSOCKS_API int HTTP_getsockname(SOCKET s, struct sockaddr *name, int *namelen);
 
 /*
  * ioctlsocket(); FIONBIO makes the socket's exchange event driven whatever the argument says.
- * Returns 0, or the WinSock code itself on failure (not -1).
+ * Returns 0, or the WinSock code itself on failure (not -1): 10014 when argument is null.
  */
 DXSOCKS_API int HTTP_ioctlsocket(SOCKET s, long command, u_long *argument);
 
@@ -53,13 +63,20 @@ DXSOCKS_API int HTTP_WSAAsyncSelect(SOCKET s, HWND window, unsigned int message,
  */
 DXSOCKS_API int HTTP_Startup(void *table, int size);
 
-/* Ends one HTTP_Startup; the last one stops the hidden thread, ending it after 1 s if need be. Returns 1. */
+/*
+ * Ends one HTTP_Startup; the last one stops the hidden thread, ending it after 1 s if need be. Returns 1.
+ * Kept: the thread is terminated wherever it stands, even inside the host's password callback. Such
+ * a callback must not allocate or hold a lock for long: a thread killed while it holds the process
+ * heap's lock, or any other, blocks the process.
+ */
 DXSOCKS_API int HTTP_Cleanup(void);
 
 /*
- * Names the HTTP proxy for s: proxy null or with address 0 means no proxy. user (the proxy user name,
- * at most 510 characters kept) must not be null when proxy holds an address; authenticate 1 asks for
- * Basic authentication. Returns 0, or 1 when no state could be kept for s (INVALID_SOCKET).
+ * Names the HTTP proxy for s: proxy null or with address 0 means no proxy. Only length bytes of
+ * proxy are read, those beyond count as zero: a record of fewer than 8 bytes names no proxy. user
+ * (the proxy user name, at most 510 characters kept) must not be null when proxy holds an address;
+ * authenticate 1 asks for Basic authentication. Returns 0, or 1 when no state could be kept for s
+ * (INVALID_SOCKET).
  */
 DXSOCKS_API int HTTP_SetProxy(SOCKET s, const struct sockaddr_in *proxy, int length, const char *user,
                               unsigned int authenticate);
@@ -77,6 +94,8 @@ DXSOCKS_API void HTTP_SetPasswordCallback(void *context, DXSOCKS_PASSWORD_CALLBA
  * a name only the proxy can resolve. Returns 0 or -1. Blocking: on a refused request the WinSock
  * error is left as WinSock had it and HTTP_GetConnectError gives 65532, 65533 or 10061; with a
  * failed TCP connect or send it is that code. Non-blocking: 0 at once, the outcome as FD_CONNECT.
+ * Kept: bytes the proxy sends behind its reply in the same segment are read with it and are lost to
+ * the host.
  * A socket given no proxy fails with -1 and leaves the WinSock error as it stood.
  */
 DXSOCKS_API int HTTP_ConnectEx(SOCKET s, const char *host, unsigned int port, HWND parent, int family);
@@ -94,7 +113,7 @@ DXSOCKS_API int HTTP_ConnectCanceled(SOCKET s);
 /* The proxy's refusal of the last exchange on s (65532, 65533, 10061) or 1460, else 0. */
 DXSOCKS_API unsigned int HTTP_GetConnectError(SOCKET s);
 
-/* Forgets the library's state for s; does not close s. */
+/* Forgets the library's state for s; does not close s. As SOCKS_CleanupSocket, from any thread. */
 DXSOCKS_API void HTTP_CleanupSocket(SOCKET s);
 
 /* The same as SOCKS_GetVersionInfo: the one version record of the library. */
@@ -107,8 +126,8 @@ DXSOCKS_API void HTTP_ConnectTimeout(SOCKET s);
 DXSOCKS_API void HTTP_SetParentHWND(HWND window);
 
 /*
- * Writes one line to the log with the prefix "DXHTTP: ". format is a wsprintf format and must not
- * be null; the formatted text is cut to 254 characters. Unlike SOCKS_LogString it may change the
+ * Writes one line to the log with the prefix "DXHTTP: ". format is a wsprintf format; a null one
+ * writes no line. The formatted text is cut to 254 characters. Unlike SOCKS_LogString it may change the
  * WinSock error.
  */
 DXSOCKS_API void __cdecl HTTP_LogString(const char *format, ...);

@@ -17,7 +17,8 @@ extern "C" {
  * SOCKS 4 packet, over as many calls as it takes) and returns s itself, which then needs one more
  * SOCKS_closesocket. Returns INVALID_SOCKET with the WinSock error 10035 while the reply is
  * incomplete, 10061 when it is not a grant. addr receives the peer the proxy reported; addr and
- * addrlen may be null. Other sockets go to plain accept(). Always sets the WinSock error.
+ * addrlen may be null. Other sockets go to plain accept(); for them a non-null addr with a null or
+ * negative *addrlen gives 10014 without a call. Always sets the WinSock error.
  */
 DXSOCKS_API SOCKET SOCKS_accept(SOCKET s, struct sockaddr *addr, int *addrlen);
 
@@ -27,13 +28,18 @@ DXSOCKS_API int SOCKS_bind(SOCKET s, const struct sockaddr *name, int namelen);
 /*
  * closesocket() for sockets the library knows: the socket is closed, and its state freed, only on the
  * last close owed (after a BIND's accept, two); otherwise returns 0 and leaves the socket open. A close
- * during a handshake never closes. Other sockets go to plain closesocket().
+ * during a handshake never closes. Other sockets go to plain closesocket(). May be called from any
+ * thread, also while the hidden thread still works on s: the state goes when that work ends.
+ * Kept: a socket the library knows but that is closed with plain closesocket() keeps its state,
+ * which the next socket WinSock gives the same handle value then finds as its own.
  */
 DXSOCKS_API int SOCKS_closesocket(SOCKET s);
 
 /*
  * getsockname(): for a socket with a proxy, the proxy's address with port 0 after a CONNECT, or with
  * the port the host gave to the BIND; at most *namelen bytes are written. name must not be null.
+ * Other sockets go to plain getsockname(); a null namelen or a negative *namelen gives -1 with 10014
+ * without a call.
  */
 DXSOCKS_API int SOCKS_getsockname(SOCKET s, struct sockaddr *name, int *namelen);
 
@@ -92,6 +98,8 @@ DXSOCKS_API void SOCKS_SetPasswordCallback(void *context, DXSOCKS_PASSWORD_CALLB
  * SOCKS 5 refusal leaves the WinSock error unset. A non-blocking socket returns 0 at once (not
  * 10035): the outcome is posted as FD_CONNECT to the window given to SOCKS_WSAAsyncSelect, or
  * SOCKS_select waits for it.
+ * Kept: bytes that the proxy sends behind its grant in the same segment are read with the reply
+ * and are lost to the host.
  * A socket that was given no proxy fails with -1 and leaves the WinSock error as it stood.
  * Without library state for s (INVALID_SOCKET) the WinSock error is 10038.
  */
@@ -105,7 +113,8 @@ DXSOCKS_API int SOCKS_connect(SOCKET s, const struct sockaddr *name, int namelen
 
 /*
  * Names the SOCKS 4 proxy for s. proxy may be null or hold address 0: then s gets no proxy and
- * will connect to the destination itself. userId (the SOCKS 4 user id, the SOCKS 5 user name)
+ * will connect to the destination itself. Only length bytes of proxy are read, those beyond count
+ * as zero: a record of fewer than 8 bytes names no proxy. userId (the SOCKS 4 user id, the SOCKS 5 user name)
  * must not be null when proxy holds an address; at most 510 characters are kept.
  * Returns 0, or 1 when the library could not keep state for s (INVALID_SOCKET).
  */
@@ -136,12 +145,15 @@ DXSOCKS_API int SOCKS_ConnectCanceled(SOCKET s);
 /* The error recorded for s by a password prompt time-out (1460), else 0 (also for an unknown s). */
 DXSOCKS_API unsigned int SOCKS_GetConnectError(SOCKET s);
 
-/* Forgets the library's state for s (after a close in mid-handshake, say); does not close s. */
+/*
+ * Forgets the library's state for s (after a close in mid-handshake, say); does not close s. May be
+ * called from any thread: a handshake step that runs on s meanwhile ends on the old state.
+ */
 DXSOCKS_API void SOCKS_CleanupSocket(SOCKET s);
 
 /*
- * Writes one line to the log with the prefix "DXSOCKS: ". format is a wsprintf format and must
- * not be null; the formatted text is cut to 254 characters. Leaves the WinSock error as it was.
+ * Writes one line to the log with the prefix "DXSOCKS: ". format is a wsprintf format; a null one
+ * writes no line. The formatted text is cut to 254 characters. Leaves the WinSock error as it was.
  */
 DXSOCKS_API void __cdecl SOCKS_LogString(const char *format, ...);
 
@@ -153,7 +165,9 @@ DXSOCKS_API void SOCKS_SetLoggingCallback(DXSOCKS_LOG_CALLBACK callback);
 
 /*
  * Registers the log callback with a context handed back on every line (without a trailing
- * newline); null switches it off. Shared with HTTP_SetLoggingCallbackEx.
+ * newline); null switches it off. Shared with HTTP_SetLoggingCallbackEx. Callback and context are
+ * set together: a line never reaches one callback with the other's context. A line under way on
+ * another thread may still reach the callback set before.
  */
 DXSOCKS_API void SOCKS_SetLoggingCallbackEx(void *context, DXSOCKS_LOG_CALLBACK_EX callback);
 

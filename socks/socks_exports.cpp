@@ -14,11 +14,11 @@
 
 namespace {
 
-CSocksSocket* FindOrAddSocksSocket(SOCKET s) {
-    return static_cast<CSocksSocket*>(g_pProxySocketManager->FindOrAddSocket(s, kSocksSocketType));
+SharedUse<CSocksSocket> FindOrAddSocksSocket(SOCKET s) {
+    return g_pProxySocketManager->FindOrAddSocket(s, kSocksSocketType).As<CSocksSocket>();
 }
 
-CSocksSocket* FindSocksSocket(SOCKET s) { return static_cast<CSocksSocket*>(g_pProxySocketManager->FindSocket(s)); }
+SharedUse<CSocksSocket> FindSocksSocket(SOCKET s) { return g_pProxySocketManager->FindSocket(s).As<CSocksSocket>(); }
 
 // The dispatch table of SOCKS_Startup. Null slots are exports this build doesn't have.
 const AnyFunction kSocksDispatchTable[33] = {
@@ -63,7 +63,8 @@ DWORD WINAPI SocksHiddenThread(void*) { return RunHiddenWindowThread(kSocksFamil
 int socksHiddenOnSocketEvent(SOCKET s, unsigned error, unsigned events) {
     SOCKS_LogString("socksHiddenOnSocketEvent(socket:%d,error:%d,FD event:%x)", static_cast<int>(s),
                     static_cast<int>(error), events);
-    CSocksSocket* object = FindSocksSocket(s);
+    // The use keeps the object for this step, should the host remove it meanwhile.
+    SharedUse<CSocksSocket> object = FindSocksSocket(s);
     if (object == nullptr) return 1;
     // Kept: an FD_CONNECT that carries an error does nothing; the host's own time-out ends its wait.
     if ((events & FD_CONNECT) && error == 0) {
@@ -83,11 +84,15 @@ extern "C" {
 SOCKET SOCKS_accept(SOCKET s, sockaddr* addr, int* addrlen) {
     ExportLog log("SOCKS_accept", s);
     LogAddress("Begin addr %s:%d", addr);
-    CSocksSocket* object = FindSocksSocket(s);
+    SharedUse<CSocksSocket> object = FindSocksSocket(s);
     SOCKET result;
     int error = 0;
     if (object == nullptr || !object->useProxy) {
-        result = accept(s, addr, addrlen);
+        if (addr != nullptr && AddressLengthFaults(addrlen)) {
+            result = INVALID_SOCKET;
+        } else {
+            result = accept(s, addr, addrlen);
+        }
         error = WSAGetLastError();
     } else {
         // The second reply of a BIND, read as an 8-byte SOCKS 4 packet whichever version ran; the read
@@ -166,7 +171,7 @@ int SOCKS_ioctlsocket(SOCKET s, long command, u_long* argument) {
         result = dxcode::kFault;
     } else {
         if (command == static_cast<long>(FIONBIO)) {
-            CSocksSocket* object = FindOrAddSocksSocket(s);
+            SharedUse<CSocksSocket> object = FindOrAddSocksSocket(s);
             // INVALID_SOCKET gets no object; the real call then reports the handle.
             if (object != nullptr) object->asyncMode = *argument != 0 ? 1 : 0;
             SOCKS_LogString(*argument != 0 ? " set socket non-blocking" : " set socket blocking");
@@ -236,7 +241,7 @@ void SOCKS_CleanupSocket(SOCKET s) { CleanupManagedSocket("SOCKS_CleanupSocket",
 
 int SOCKS_SetProxyEx(SOCKET s, const sockaddr_in* proxy, int length, const char* userId, unsigned int version) {
     ExportLog log("SOCKS_SetProxyEx", s);
-    CSocksSocket* object = FindOrAddSocksSocket(s);
+    SharedUse<CSocksSocket> object = FindOrAddSocksSocket(s);
     if (object != nullptr) object->SetProxy(proxy, length, userId, version);
     log.End();
     return object != nullptr ? 0 : 1;

@@ -9,6 +9,7 @@
 class CSocksSocket : public CProxySocket {
 public:
     explicit CSocksSocket(SOCKET s);
+    CSocksSocket(SOCKET s, UnloggedTag) : CProxySocket(s) {}
 
     void SetProxy(const sockaddr_in* proxy, int length, const char* user, unsigned version);
     int StartConnect(unsigned command, const char* host, unsigned port, HWND parent, unsigned* error);

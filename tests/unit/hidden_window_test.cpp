@@ -44,7 +44,7 @@ TEST_F(HiddenWindowTest, EventForASocketThatLeftTheRegistryIsLoggedAndIgnored) {
 }
 
 TEST_F(HiddenWindowTest, ReadInTheEstablishedStateIsNotAStep) {
-    auto* object = static_cast<CSocksSocket*>(g_pProxySocketManager->AddSocket(778, kSocksSocketType));
+    auto object = g_pProxySocketManager->AddSocket(778, kSocksSocketType).As<CSocksSocket>();
     object->state = kEstablished;
     dxtest::LogCapture capture;
     Deliver(778, FD_READ);
@@ -53,7 +53,7 @@ TEST_F(HiddenWindowTest, ReadInTheEstablishedStateIsNotAStep) {
 }
 
 TEST_F(HiddenWindowTest, ReadInAStateWithoutAStepFailsAndIsLogged) {
-    auto* object = static_cast<CSocksSocket*>(g_pProxySocketManager->AddSocket(779, kSocksSocketType));
+    auto object = g_pProxySocketManager->AddSocket(779, kSocksSocketType).As<CSocksSocket>();
     for (ProxyState state : {kIdle, kFinished, kFailed}) {
         object->state = state;
         dxtest::LogCapture capture;
@@ -65,7 +65,7 @@ TEST_F(HiddenWindowTest, ReadInAStateWithoutAStepFailsAndIsLogged) {
 }
 
 TEST_F(HiddenWindowTest, ConnectWithAnErrorChangesNothing) {
-    auto* object = static_cast<CSocksSocket*>(g_pProxySocketManager->AddSocket(780, kSocksSocketType));
+    auto object = g_pProxySocketManager->AddSocket(780, kSocksSocketType).As<CSocksSocket>();
     object->state = kConnecting;
     dxtest::LogCapture capture;
     Deliver(780, FD_CONNECT, WSAECONNREFUSED);
@@ -74,7 +74,7 @@ TEST_F(HiddenWindowTest, ConnectWithAnErrorChangesNothing) {
 }
 
 TEST_F(HiddenWindowTest, ConnectWithoutAnErrorMakesTheFirstStep) {
-    auto* object = static_cast<CSocksSocket*>(g_pProxySocketManager->AddSocket(781, kSocksSocketType));
+    auto object = g_pProxySocketManager->AddSocket(781, kSocksSocketType).As<CSocksSocket>();
     object->state = kConnecting;
     object->protocolVersion = 7;  // a version without steps: ProcessState does nothing and gives 0
     dxtest::LogCapture capture;
@@ -88,7 +88,7 @@ TEST(RegistryTest, NonBlockingModeAloneMakesAnIdleObject) {
     SOCKET s = dxtest::MakeTcpSocket();
     u_long on = 1;
     EXPECT_EQ(SOCKS_ioctlsocket(s, FIONBIO, &on), 0);
-    auto* object = static_cast<CSocksSocket*>(g_pProxySocketManager->FindSocket(s));
+    auto object = g_pProxySocketManager->FindSocket(s).As<CSocksSocket>();
     ASSERT_NE(object, nullptr);
     EXPECT_EQ(object->state, kIdle);
     EXPECT_EQ(object->useCount, 0);

@@ -533,7 +533,7 @@ TEST_F(HttpSocketTest, PasswordTimeOutFailsTheSendWith1460AndClearsCanceled) {
 TEST_F(HttpSocketTest, BlockingConnectExAfterAPasswordTimeOutFailsWith1460) {
     SOCKET s = Own(dxtest::MakeTcpSocket());
     ASSERT_EQ(HTTP_SetProxy(s, &listenAddress, sizeof listenAddress, "", 0), 0);
-    auto* object = static_cast<CHttpSocket*>(g_pProxySocketManager->FindSocket(s));
+    auto object = g_pProxySocketManager->FindSocket(s).As<CHttpSocket>();
     ASSERT_NE(object, nullptr);
     object->passwordTimedOut = 1;
     WSASetLastError(0);
@@ -716,7 +716,8 @@ TEST_F(HttpEventModeTest, NothingWithinTwoHundredPeeksEndsIn12With10035) {
 class HttpHiddenEventTest : public HttpEventModeTest {
 protected:
     CHttpSocket* Registered(SOCKET s) {
-        return static_cast<CHttpSocket*>(g_pProxySocketManager->AddSocket(s, kHttpSocketType));
+        // The registry's own use keeps it while it stays linked.
+        return g_pProxySocketManager->AddSocket(s, kHttpSocketType).As<CHttpSocket>().get();
     }
     static std::string EventLine(SOCKET s, unsigned error, unsigned events) {
         char line[128];
@@ -844,7 +845,7 @@ TEST_F(HttpSocketTest, FionbioSetsEventModeWhateverTheArgumentSays) {
     u_long off = 0;
     dxtest::LogCapture capture;
     EXPECT_EQ(HTTP_ioctlsocket(s, static_cast<long>(FIONBIO), &off), 0);
-    auto* object = static_cast<CHttpSocket*>(g_pProxySocketManager->FindSocket(s));
+    auto object = g_pProxySocketManager->FindSocket(s).As<CHttpSocket>();
     ASSERT_NE(object, nullptr);
     EXPECT_EQ(object->asyncMode, 1);
     EXPECT_EQ(object->state, kIdle);
@@ -873,7 +874,7 @@ TEST_F(HttpSocketTest, AsyncSelectWithoutFdConnectMakesNoObject) {
     EXPECT_EQ(g_pProxySocketManager->Count(), 0u);
     EXPECT_EQ(HTTP_WSAAsyncSelect(s, window.Handle(), dxtest::HostWindow::kSocketMessage, FD_READ | FD_CONNECT), 0);
     ASSERT_EQ(g_pProxySocketManager->Count(), 1u);
-    auto* object = static_cast<CHttpSocket*>(g_pProxySocketManager->FindSocket(s));
+    auto object = g_pProxySocketManager->FindSocket(s).As<CHttpSocket>();
     ASSERT_NE(object, nullptr);
     EXPECT_EQ(object->asyncWindow, window.Handle());
     EXPECT_EQ(object->asyncEvents, static_cast<uint32_t>(FD_READ | FD_CONNECT));
@@ -884,7 +885,7 @@ TEST_F(HttpSocketTest, ASocketOfTheSocksFamilyIsFoundByTheHttpCallsAndGetsNoSeco
     SOCKET s = Own(dxtest::MakeTcpSocket());
     sockaddr_in proxy = Address("10.1.2.3", 1080);
     ASSERT_EQ(SOCKS_SetProxyEx(s, &proxy, sizeof proxy, "", 5), 0);
-    CProxySocket* socksObject = g_pProxySocketManager->FindSocket(s);
+    CProxySocket* socksObject = g_pProxySocketManager->FindSocket(s).get();
     ASSERT_NE(socksObject, nullptr);
     socksObject->canceled = 1;
     socksObject->connectError = 1460;
@@ -903,7 +904,7 @@ TEST_F(HttpSocketTest, ASocketOfTheSocksFamilyIsFoundByTheHttpCallsAndGetsNoSeco
     EXPECT_EQ(HTTP_WSAAsyncSelect(s, window.Handle(), dxtest::HostWindow::kSocketMessage, FD_CONNECT), 0);
 
     EXPECT_EQ(g_pProxySocketManager->Count(), 1u);
-    EXPECT_EQ(g_pProxySocketManager->FindSocket(s), socksObject);
+    EXPECT_EQ(g_pProxySocketManager->FindSocket(s).get(), socksObject);
     EXPECT_TRUE(dxtest::LinesStartingWith(capture.Lines(), Line("CHttpSocket::CHttpSocket(")).empty());
     EXPECT_EQ(dxtest::LinesStartingWith(capture.Lines(), Line("calling ")),
               Lines{Line("calling CHttpSocket::GetSockName")});

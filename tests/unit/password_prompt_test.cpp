@@ -76,20 +76,20 @@ protected:
         return record;
     }
     CSocksSocket* SocksObject(const char* user) {
-        auto* object = static_cast<CSocksSocket*>(g_pProxySocketManager->FindOrAddSocket(host, kSocksSocketType));
+        auto object = g_pProxySocketManager->FindOrAddSocket(host, kSocksSocketType).As<CSocksSocket>();
         object->SetProxy(&proxy, sizeof proxy, user, 5);
         object->state = kAwaitMethodReply;
         object->receiveBuffer[0] = 5;
         object->receiveBuffer[1] = 2;  // the proxy picked username/password
-        return object;
+        return object.get();  // the registry's use keeps it
     }
     CHttpSocket* HttpObject(const char* user) {
-        auto* object = static_cast<CHttpSocket*>(g_pProxySocketManager->FindOrAddSocket(host, kHttpSocketType));
+        auto object = g_pProxySocketManager->FindOrAddSocket(host, kHttpSocketType).As<CHttpSocket>();
         object->SetProxy(&proxy, sizeof proxy, user, 1);
         lstrcpyA(object->targetHost, "example.com");
         lstrcpyA(object->targetService, "443");
         object->state = kConnected;
-        return object;
+        return object.get();
     }
     std::string Sent() { return dxtest::Receive(peer, 4000, 300); }
 

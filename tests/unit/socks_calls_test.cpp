@@ -132,10 +132,9 @@ protected:
         return pair;
     }
 
-    CSocksSocket* Add(SOCKET s) {
-        return static_cast<CSocksSocket*>(g_pProxySocketManager->AddSocket(s, kSocksSocketType));
-    }
-    CSocksSocket* Find(SOCKET s) { return static_cast<CSocksSocket*>(g_pProxySocketManager->FindSocket(s)); }
+    // The registry's own use keeps these objects while they stay linked.
+    CSocksSocket* Add(SOCKET s) { return g_pProxySocketManager->AddSocket(s, kSocksSocketType).As<CSocksSocket>().get(); }
+    CSocksSocket* Find(SOCKET s) { return g_pProxySocketManager->FindSocket(s).As<CSocksSocket>().get(); }
     // An object with a proxy, as SOCKS_SetProxyEx leaves it.
     CSocksSocket* Proxied(SOCKET s) {
         sockaddr_in proxy = Address("10.1.2.3", 1080);

@@ -36,7 +36,7 @@ TEST_F(SocksExportsTest, ConnectExWritesTheParentWindowInEveryCase) {
 TEST_F(SocksExportsTest, SocketWithoutAProxyStaysIdle) {
     SOCKET s = dxtest::MakeTcpSocket();
     EXPECT_EQ(SOCKS_ConnectEx(s, "127.0.0.1", 80, nullptr, AF_INET), -1);
-    auto* object = static_cast<CSocksSocket*>(g_pProxySocketManager->FindSocket(s));
+    auto object = g_pProxySocketManager->FindSocket(s).As<CSocksSocket>();
     ASSERT_NE(object, nullptr);
     EXPECT_EQ(object->state, kIdle);
     EXPECT_EQ(object->proxyChosen, 0);
@@ -48,7 +48,7 @@ TEST_F(SocksExportsTest, SetProxyIsVersion4) {
     sockaddr_in proxy = dxtest::Loopback(1080);
     ASSERT_EQ(SOCKS_SetProxyEx(s, &proxy, sizeof proxy, "", 5), 0);
     ASSERT_EQ(SOCKS_SetProxy(s, &proxy, sizeof proxy, "me"), 0);
-    auto* object = static_cast<CSocksSocket*>(g_pProxySocketManager->FindSocket(s));
+    auto object = g_pProxySocketManager->FindSocket(s).As<CSocksSocket>();
     ASSERT_NE(object, nullptr);
     EXPECT_EQ(object->protocolVersion, 4u);
     EXPECT_STREQ(object->userId, "me");
@@ -62,7 +62,7 @@ TEST_F(SocksExportsTest, LookupFailureLeavesTheObjectConnecting) {
     ASSERT_EQ(SOCKS_SetProxyEx(s, &proxy, sizeof proxy, "", 4), 0);
     EXPECT_EQ(SOCKS_ConnectEx(s, "no-such-host.invalid", 80, nullptr, AF_INET), -1);
     EXPECT_EQ(WSAGetLastError(), WSAHOST_NOT_FOUND);
-    auto* object = static_cast<CSocksSocket*>(g_pProxySocketManager->FindSocket(s));
+    auto object = g_pProxySocketManager->FindSocket(s).As<CSocksSocket>();
     ASSERT_NE(object, nullptr);
     EXPECT_EQ(object->state, kConnecting);
     EXPECT_EQ(object->lastError, WSAHOST_NOT_FOUND);
