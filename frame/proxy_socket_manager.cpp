@@ -27,7 +27,9 @@ ProxySocketUse CProxySocketManager::AddSocket(SOCKET socket, int type) {
     return AsProxySocket(list.Append(object));
 }
 
-ProxySocketUse CProxySocketManager::FindSocket(SOCKET socket) const { return AsProxySocket(list.Find(Matching(socket))); }
+ProxySocketUse CProxySocketManager::FindSocket(SOCKET socket) const {
+    return AsProxySocket(list.Find(Matching(socket)));
+}
 
 ProxySocketUse CProxySocketManager::FindOrAddSocket(SOCKET socket, int type) {
     if (socket == INVALID_SOCKET) return nullptr;

@@ -187,8 +187,8 @@ DWORD WINAPI RunBlocking(void* parameter) {
     return 0;
 }
 
-// All cases side by side. The library's registry takes no lock, so every object is made here,
-// before the threads start; the threads only look their sockets up.
+// All cases side by side. Every object is made here, before the threads start; the threads only
+// look their sockets up.
 int RunBlockingBatch(std::vector<std::unique_ptr<Running>>& runs, const sockaddr_in& fake) {
     for (auto& run : runs) {
         if (!Prepare(*run, fake)) return 1;

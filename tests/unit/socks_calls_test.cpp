@@ -133,7 +133,9 @@ protected:
     }
 
     // The registry's own use keeps these objects while they stay linked.
-    CSocksSocket* Add(SOCKET s) { return g_pProxySocketManager->AddSocket(s, kSocksSocketType).As<CSocksSocket>().get(); }
+    CSocksSocket* Add(SOCKET s) {
+        return g_pProxySocketManager->AddSocket(s, kSocksSocketType).As<CSocksSocket>().get();
+    }
     CSocksSocket* Find(SOCKET s) { return g_pProxySocketManager->FindSocket(s).As<CSocksSocket>().get(); }
     // An object with a proxy, as SOCKS_SetProxyEx leaves it.
     CSocksSocket* Proxied(SOCKET s) {
