@@ -63,9 +63,9 @@ struct Case {
     bool refused;  // close on FD_CONNECT: the reply at the step refuses
 };
 
-// Every step with each act: blocking (the host thread waits in recv), non-blocking with the hidden
-// thread waiting for the reply, and, where a step reads on for the rest of a split reply, with the
-// hidden thread inside that read; the close on FD_CONNECT after a grant and after a refusal.
+// Every step with each act: blocking (the host thread waits in recv), non-blocking with the whole
+// reply held back, and, where a step reads on for the rest of a split reply, non-blocking with the
+// reply split; the close on FD_CONNECT after a grant and after a refusal.
 std::vector<Case> AllCases() {
     std::vector<Case> cases;
     for (Step step : {Step::kMethodReply, Step::kConnectReply, Step::kSocks4Reply, Step::kHttpReply}) {
