@@ -18,6 +18,7 @@
 #include "host_window.h"
 #include "http_api.h"
 #include "socks_api.h"
+#include "test_helpers.h"
 
 namespace hostile {
 namespace {
@@ -200,32 +201,13 @@ int RunBlockingBatch(std::vector<std::unique_ptr<Running>>& runs, const sockaddr
     return 0;
 }
 
-// The family's hidden window in this process; other children have theirs.
-HWND OwnHiddenWindow(const char* className) {
-    struct Search {
-        const char* className;
-        HWND found;
-    } search = {className, nullptr};
-    EnumWindows(
-        [](HWND window, LPARAM parameter) -> BOOL {
-            auto* s = reinterpret_cast<Search*>(parameter);
-            DWORD process = 0;
-            GetWindowThreadProcessId(window, &process);
-            char name[64] = {};
-            GetClassNameA(window, name, sizeof name);
-            if (process != GetCurrentProcessId() || std::strcmp(name, s->className) != 0) return TRUE;
-            s->found = window;
-            return FALSE;
-        },
-        reinterpret_cast<LPARAM>(&search));
-    return search.found;
-}
-
 // Waits until the family's hidden thread has worked through every event of socket s: a marker
 // event is queued behind them, and once a marker goes by with no step of s before it, none is left.
 bool AwaitHiddenThreadIdle(Family family, SOCKET s, dxtest::HostWindow& host) {
     static int markers = 0;
-    HWND hidden = OwnHiddenWindow(family == Family::kHttp ? "ZELMONT_HTTP_HIDDEN_WINDOW" : "ZELMONT_SOCKS_HIDDEN_WINDOW");
+    // The family's hidden window in this process; other children have theirs.
+    HWND hidden = dxtest::OwnWindowOfClass(family == Family::kHttp ? "ZELMONT_HTTP_HIDDEN_WINDOW"
+                                                                   : "ZELMONT_SOCKS_HIDDEN_WINDOW");
     if (hidden == nullptr) return false;
     const std::string mine = "HiddenOnSocketEvent(socket:" + std::to_string(static_cast<int>(s)) + ",";
     for (int round = 0; round < 12; ++round) {

@@ -8,6 +8,8 @@
 #include <cstring>
 #include <map>
 #include <set>
+
+#include "test_helpers.h"
 #include <sstream>
 #include <stdexcept>
 
@@ -57,23 +59,8 @@ void WatchLine(void*, const char* text) {
 
 // The family's hidden window of this process; another program's has the same class name.
 HWND OwnHiddenWindow(Family family) {
-    struct Search {
-        const char* className;
-        HWND found;
-    } search = {family == Family::kHttp ? "ZELMONT_HTTP_HIDDEN_WINDOW" : "ZELMONT_SOCKS_HIDDEN_WINDOW", nullptr};
-    EnumWindows(
-        [](HWND window, LPARAM parameter) -> BOOL {
-            auto* s = reinterpret_cast<Search*>(parameter);
-            DWORD process = 0;
-            GetWindowThreadProcessId(window, &process);
-            char name[64] = {};
-            GetClassNameA(window, name, sizeof name);
-            if (process != GetCurrentProcessId() || std::strcmp(name, s->className) != 0) return TRUE;
-            s->found = window;
-            return FALSE;
-        },
-        reinterpret_cast<LPARAM>(&search));
-    return search.found;
+    return dxtest::OwnWindowOfClass(family == Family::kHttp ? "ZELMONT_HTTP_HIDDEN_WINDOW"
+                                                            : "ZELMONT_SOCKS_HIDDEN_WINDOW");
 }
 
 void PumpOnce() {

@@ -4,6 +4,7 @@
 #include <windows.h>
 
 #include <cstdio>
+#include <cstring>
 
 #include "bench.h"
 
@@ -53,6 +54,26 @@ std::string Pointer(const void* p) {
     char text[32];
     std::snprintf(text, sizeof text, "%016llX", static_cast<unsigned long long>(reinterpret_cast<uintptr_t>(p)));
     return text;
+}
+
+HWND OwnWindowOfClass(const char* className) {
+    struct Search {
+        const char* className;
+        HWND found;
+    } search = {className, nullptr};
+    EnumWindows(
+        [](HWND window, LPARAM parameter) -> BOOL {
+            auto* s = reinterpret_cast<Search*>(parameter);
+            DWORD process = 0;
+            GetWindowThreadProcessId(window, &process);
+            char name[64] = {};
+            GetClassNameA(window, name, sizeof name);
+            if (process != GetCurrentProcessId() || std::strcmp(name, s->className) != 0) return TRUE;
+            s->found = window;
+            return FALSE;
+        },
+        reinterpret_cast<LPARAM>(&search));
+    return search.found;
 }
 
 sockaddr_in Address(const char* dotted, uint16_t port) {

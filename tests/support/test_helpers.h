@@ -3,6 +3,7 @@
 #pragma once
 
 #include <winsock2.h>
+#include <windows.h>
 
 #include <cstdint>
 #include <functional>
@@ -30,6 +31,9 @@ std::string N(SOCKET s);
 std::string Dotted(const sockaddr_in& address);
 // A pointer as wsprintf's %p prints it: 16 upper-case hex digits without a prefix.
 std::string Pointer(const void* p);
+// The first window of this process with the class `className`, or null: a window class name is seen
+// by every program of the Wine prefix.
+HWND OwnWindowOfClass(const char* className);
 // An address record for dotted text and a host-order port.
 sockaddr_in Address(const char* dotted, uint16_t port);
 
