@@ -403,7 +403,7 @@ double BareWalk(const Contention& setup) {
     };
     dxbench::Summary summary =
         dxbench::Summarize(TimeBatches(lookup, ReaderKeys(setup.sockets, 12345u), setup.batchMs, setup.batches));
-    plain.Clear(ReleaseProxySocket);
+    plain.Clear(FreeCountedBlock);
     return summary.median;
 }
 

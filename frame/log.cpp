@@ -43,7 +43,9 @@ constexpr size_t kReportFormatSize = 256;
 
 ReportFormatSource g_reportFormatSource = nullptr;
 
+// A null format delivers no line.
 void LogWithPrefix(const char* prefix, const char* format, va_list arguments) {
+    if (format == nullptr) return;
     char text[kTextSize] = {};
     wvsprintfA(text, format, arguments);  // never writes more than 1024 bytes
     char joined[kJoinedSize];
@@ -102,7 +104,6 @@ void ExportLog::End(int result) const {
 extern "C" {
 
 void __cdecl SOCKS_LogString(const char* format, ...) {
-    if (format == nullptr) return;
     int saved = WSAGetLastError();
     va_list arguments;
     va_start(arguments, format);
@@ -113,7 +114,6 @@ void __cdecl SOCKS_LogString(const char* format, ...) {
 
 // Unlike the SOCKS twin, this keeps no promise about the WinSock error.
 void __cdecl HTTP_LogString(const char* format, ...) {
-    if (format == nullptr) return;
     va_list arguments;
     va_start(arguments, format);
     LogWithPrefix("DXHTTP: ", format, arguments);

@@ -17,9 +17,6 @@ ProxySocketUse AsProxySocket(SharedUse<CListNode> use) { return std::move(use).A
 
 }  // namespace
 
-// Nothing in an object says which class made it, so every object is freed the same way.
-void ReleaseProxySocket(CListNode* node) { FreeCountedBlock(node); }
-
 ProxySocketUse CProxySocketManager::AddSocket(SOCKET socket, int type) {
     // Made outside the lock: the constructor logs, which calls the host.
     CProxySocket* object = factory(socket, type);

@@ -16,9 +16,8 @@ using ProxySocketUse = SharedUse<CProxySocket>;
 
 // Makes the object of the class that `type` selects for `socket` in a counted block
 // (AllocateCountedBlock) with its maker's use, or null. The classes keep to trivially destructible
-// fields: the last use frees the block with ReleaseProxySocket.
+// fields: the last use frees the block (FreeCountedBlock) without knowing the class.
 using ProxySocketFactory = CProxySocket* (*)(SOCKET socket, int type);
-void ReleaseProxySocket(CListNode* node);
 
 class CProxySocketManager {
 public:

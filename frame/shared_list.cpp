@@ -66,22 +66,6 @@ SharedUse<CListNode> CSharedList::Append(CListNode* node) {
     return SharedUse<CListNode>::Adopt(node);
 }
 
-bool CSharedList::Unlink(const CListNode* node) {
-    CListNode* gone = nullptr;
-    {
-        std::lock_guard<std::mutex> hold(lock);
-        for (CListNode* walk = list.First(); walk != nullptr; walk = CLinkedList::Next(walk)) {
-            if (walk == node) {
-                gone = walk;
-                break;
-            }
-        }
-        if (gone != nullptr) list.Remove(gone);
-    }
-    if (gone != nullptr) DropUse(gone);
-    return gone != nullptr;
-}
-
 uint32_t CSharedList::Count() const {
     std::lock_guard<std::mutex> hold(lock);
     return list.Count();

@@ -130,7 +130,9 @@ public:
     }
     // Unlinks `node` itself if it is still linked. Of two threads unlinking one node, one drops the
     // list's use.
-    bool Unlink(const CListNode* node);
+    bool Unlink(const CListNode* node) {
+        return UnlinkFirst([node](const CListNode* linked) { return linked == node; });
+    }
 
     uint32_t Count() const;
     bool Empty() const;

@@ -18,6 +18,7 @@
 #include <vector>
 
 #include "bench.h"
+#include "host_window.h"
 #include "http_api.h"
 #include "socks_api.h"
 #include "stress_support.h"
@@ -300,18 +301,9 @@ public:
     }
     size_t Count() const { return messages_.size(); }
 
+    // Short polls: `done` often waits on other threads, not on a message.
     bool PumpUntil(const std::function<bool()>& done, int timeoutMs) {
-        double end = NowMs() + timeoutMs;
-        for (;;) {
-            MSG message;
-            while (PeekMessageA(&message, nullptr, 0, 0, PM_REMOVE)) {
-                TranslateMessage(&message);
-                DispatchMessageA(&message);
-            }
-            if (done()) return true;
-            if (NowMs() > end) return false;
-            MsgWaitForMultipleObjects(0, nullptr, FALSE, 5, QS_ALLINPUT);
-        }
+        return dxtest::PumpThreadUntil(done, timeoutMs, 5);
     }
 
 private:

@@ -38,7 +38,7 @@ std::vector<PostedMessage> HostWindow::SocketMessages(SOCKET s) const {
     return result;
 }
 
-bool HostWindow::PumpUntil(const std::function<bool()>& done, int timeoutMs) {
+bool PumpThreadUntil(const std::function<bool()>& done, int timeoutMs, int pollMs) {
     DWORD start = GetTickCount();
     for (;;) {
         MSG message;
@@ -49,8 +49,12 @@ bool HostWindow::PumpUntil(const std::function<bool()>& done, int timeoutMs) {
         if (done()) return true;
         int left = timeoutMs - static_cast<int>(GetTickCount() - start);
         if (left <= 0) return false;
-        MsgWaitForMultipleObjects(0, nullptr, FALSE, static_cast<DWORD>(left < 20 ? left : 20), QS_ALLINPUT);
+        MsgWaitForMultipleObjects(0, nullptr, FALSE, static_cast<DWORD>(left < pollMs ? left : pollMs), QS_ALLINPUT);
     }
+}
+
+bool HostWindow::PumpUntil(const std::function<bool()>& done, int timeoutMs) {
+    return PumpThreadUntil(done, timeoutMs);
 }
 
 bool HostWindow::AwaitEvent(SOCKET s, unsigned event, PostedMessage* found, int timeoutMs) {

@@ -19,6 +19,10 @@ struct PostedMessage {
     unsigned Error() const { return WSAGETSELECTERROR(lParam); }
 };
 
+// Pumps this thread's queue until `done` holds or `timeoutMs` passes, waking at least every `pollMs`
+// to ask `done` again; returns whether it held.
+bool PumpThreadUntil(const std::function<bool()>& done, int timeoutMs, int pollMs = 20);
+
 class HostWindow {
 public:
     static constexpr UINT kSocketMessage = WM_USER + 77;
