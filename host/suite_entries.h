@@ -40,6 +40,45 @@ typedef DWORD(WINAPI* PFN_PXMMSIgetAppDataFileFolder)(void*, void*, DWORD);
 typedef DWORD(WINAPI* PFN_PXMMSIgetPKIAppDataFileFolder)(void*, DWORD, void*, void*, DWORD);
 typedef DWORD(WINAPI* PFN_PXMMSIisUserAdmin)(void*);
 
+}  // extern "C"
+
+// The in-memory registry that the suite library's XmlCreateReg makes from an XML text. A plain abstract
+// class without IUnknown, virtual destructor or overloads, so that every compiler lays out its table
+// alike: each operation takes the arguments of the registry call it stands for and answers as that
+// call does. The hive handles HKEY_CURRENT_USER, HKEY_LOCAL_MACHINE and HKEY_USERS are roots.
+class IXmlRegistry {
+public:
+    virtual LONG OpenKey(HKEY key, const char* subKey, DWORD options, REGSAM access, HKEY* result) = 0;
+    virtual LONG CreateKey(HKEY key, const char* subKey, DWORD reserved, char* keyClass, DWORD options,
+                           REGSAM access, SECURITY_ATTRIBUTES* security, HKEY* result, DWORD* disposition) = 0;
+    virtual LONG CloseKey(HKEY key) = 0;
+    virtual LONG QueryValue(HKEY key, const char* name, DWORD* reserved, DWORD* type, BYTE* data,
+                            DWORD* size) = 0;
+    virtual LONG EnumValue(HKEY key, DWORD index, char* name, DWORD* nameSize, DWORD* reserved, DWORD* type,
+                           BYTE* data, DWORD* dataSize) = 0;
+    virtual LONG EnumKey(HKEY key, DWORD index, char* name, DWORD nameSize) = 0;
+    virtual LONG EnumKeyEx(HKEY key, DWORD index, char* name, DWORD* nameSize, DWORD* reserved, char* keyClass,
+                           DWORD* classSize, FILETIME* lastWrite) = 0;
+    virtual LONG DeleteKey(HKEY key, const char* subKey) = 0;
+    virtual LONG DeleteValue(HKEY key, const char* name) = 0;
+    virtual LONG SetValue(HKEY key, const char* name, DWORD reserved, DWORD type, const BYTE* data,
+                          DWORD size) = 0;
+    virtual LONG QueryInfoKey(HKEY key, char* keyClass, DWORD* classSize, DWORD* reserved, DWORD* subKeys,
+                              DWORD* maxSubKeyLength, DWORD* maxClassLength, DWORD* values,
+                              DWORD* maxValueNameLength, DWORD* maxValueLength, DWORD* securityDescriptor,
+                              FILETIME* lastWrite) = 0;
+    // The registry in the grammar XmlCreateReg reads, owned by the object, valid until the next GetXml
+    // or the release.
+    virtual const char* GetXml() = 0;
+};
+
+extern "C" {
+
+// Suite library's factory: family 1 SOCKS, 2 HTTP; text may be null (an empty registry). 0 and
+// *registry set on success; a registry code otherwise.
+typedef LONG(WINAPI* PFN_XmlCreateReg)(DWORD family, const char* text, IXmlRegistry** registry);
+typedef LONG(WINAPI* PFN_XmlReleaseReg)(IXmlRegistry* registry);
+
 // UI library. `family` is 0 for SOCKS and 1 for HTTP; `one` and `zero` are passed as they stand.
 // Both prompts return 1 when the user went through with them.
 typedef DWORD(WINAPI* PFN_PXMSETUIDLL_DxsocksConfig)(DWORD language, HWND owner, DWORD one, DWORD zero,
