@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 #include <windows.h>
+#include <shlobj.h>
 
 #include <cstdio>
 #include <cstring>
@@ -139,6 +140,21 @@ bool ReturnsWithin(int ms, const std::function<void()>& call) {
     }
     CloseHandle(thread);
     return returned;
+}
+
+std::string SettingsFilePath() {
+    char folder[MAX_PATH] = {};
+    if (FAILED(SHGetFolderPathA(nullptr, CSIDL_APPDATA, nullptr, SHGFP_TYPE_CURRENT, folder))) return "";
+    return std::string(folder) + "\\Zelmont\\Verdane\\Settings.xml";
+}
+
+void ClearSettingsStore() {
+    const std::string file = SettingsFilePath();
+    if (!file.empty()) DeleteFileA(file.c_str());
+    RegDeleteTreeA(HKEY_CURRENT_USER, "Software\\Verdane");
+    RegDeleteKeyA(HKEY_CURRENT_USER, "Software\\Verdane");
+    RegDeleteTreeA(HKEY_USERS, ".Default\\Software\\Verdane");
+    RegDeleteKeyA(HKEY_USERS, ".Default\\Software\\Verdane");
 }
 
 }  // namespace dxtest

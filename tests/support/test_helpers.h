@@ -58,4 +58,10 @@ SOCKET ClosedHandle();
 // The library's waits have no limit of their own: a call that overruns is ended with its thread.
 bool ReturnsWithin(int ms, const std::function<void()>& call);
 
+// The settings file the suite library names: <per-user application data>\Zelmont\Verdane\Settings.xml.
+std::string SettingsFilePath();
+// A user who never configured a proxy: the settings file and the Software\Verdane keys of the user's
+// hive and of HKEY_USERS\.Default removed. Tests that call it hold the settings_store lock.
+void ClearSettingsStore();
+
 }  // namespace dxtest
