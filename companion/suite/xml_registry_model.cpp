@@ -45,18 +45,6 @@ bool IsString(uint32_t type) {
     return type == kTypeString || type == kTypeExpandString || type == kTypeMultiString;
 }
 
-template <typename Item>
-typename std::vector<Item>::const_iterator LowerBound(const std::vector<Item>& items, const std::string& folded) {
-    return std::lower_bound(items.begin(), items.end(), folded,
-                            [](const Item& item, const std::string& f) { return item.folded < f; });
-}
-
-std::vector<std::unique_ptr<Key>>::const_iterator LowerBound(const std::vector<std::unique_ptr<Key>>& keys,
-                                                             const std::string& folded) {
-    return std::lower_bound(keys.begin(), keys.end(), folded,
-                            [](const std::unique_ptr<Key>& key, const std::string& f) { return key->folded < f; });
-}
-
 uint32_t Size32(size_t size) { return size > UINT32_MAX ? UINT32_MAX : static_cast<uint32_t>(size); }
 
 // Bytes into a caller's buffer of `room` bytes, which the caller has checked.
@@ -73,21 +61,6 @@ std::string AsciiFold(const std::string& name) {
         if (c >= 'a' && c <= 'z') c = static_cast<char>(c - 'a' + 'A');
     }
     return folded;
-}
-
-Key* Key::FindSubkey(const std::string& f) const {
-    auto it = LowerBound(subkeys, f);
-    return it != subkeys.end() && (*it)->folded == f ? it->get() : nullptr;
-}
-
-Value* Key::FindValue(const std::string& f) {
-    auto it = LowerBound(values, f);
-    return it != values.end() && it->folded == f ? &values[static_cast<size_t>(it - values.begin())] : nullptr;
-}
-
-const Value* Key::FindValue(const std::string& f) const {
-    auto it = LowerBound(values, f);
-    return it != values.end() && it->folded == f ? &*it : nullptr;
 }
 
 Registry::Registry(NameFold fold) : fold_(fold != nullptr ? fold : AsciiFold), nextHandle_(kFirstHandle) {
@@ -206,7 +179,7 @@ int32_t Registry::QueryValue(Handle key, const char* name, bool reserved, uint32
     int32_t code = Resolve(key, &at, &rights);
     if (code != kOk) return code;
     if ((rights & kQueryValue) == 0) return kAccessDenied;
-    const Value* value = at->FindValue(fold_(name != nullptr ? name : ""));
+    const Value* value = at->values.Find(fold_(name != nullptr ? name : ""));
     if (value == nullptr) return kNotFound;
     if (type != nullptr) *type = value->type;
     uint32_t needed = Size32(value->data.size());
@@ -234,8 +207,9 @@ int32_t Registry::EnumValue(Handle key, uint32_t index, char* name, uint32_t* na
     int32_t code = Resolve(key, &at, &rights);
     if (code != kOk) return code;
     if ((rights & kQueryValue) == 0) return kAccessDenied;
-    if (index >= at->values.size()) return kNoMoreItems;
-    const Value& value = at->values[index];
+    const Value* found = at->values.At(index);
+    if (found == nullptr) return kNoMoreItems;
+    const Value& value = *found;
     if (value.name.size() + 1 > *nameSize) return kMoreData;
     *nameSize = Size32(CopyText(name, *nameSize, value.name.c_str()));
     if (type != nullptr) *type = value.type;
@@ -259,8 +233,9 @@ int32_t Registry::EnumKey(Handle key, uint32_t index, char* name, uint32_t* name
     int32_t code = Resolve(key, &at, &rights);
     if (code != kOk) return code;
     if ((rights & kEnumerateSubKeys) == 0) return kAccessDenied;
-    if (index >= at->subkeys.size()) return kNoMoreItems;
-    const Key& sub = *at->subkeys[index];
+    const Key* found = at->SubkeyAt(index);
+    if (found == nullptr) return kNoMoreItems;
+    const Key& sub = *found;
     if (sub.name.size() + 1 > *nameSize) return kMoreData;
     if (keyClass != nullptr && sub.keyClass.size() + 1 > *classSize) return kMoreData;
     *nameSize = Size32(CopyText(name, *nameSize, sub.name.c_str()));
@@ -283,8 +258,7 @@ int32_t Registry::DeleteKey(Handle key, const char* subKey) {
         if (entry.second.key == doomed) entry.second.key = nullptr;
     }
     Key* parent = doomed->parent;
-    auto it = LowerBound(parent->subkeys, doomed->folded);
-    parent->subkeys.erase(parent->subkeys.begin() + (it - parent->subkeys.cbegin()));
+    parent->subkeys.Erase(std::string(doomed->folded));
     parent->lastWrite = Now();
     return kOk;
 }
@@ -295,10 +269,7 @@ int32_t Registry::DeleteValue(Handle key, const char* name) {
     int32_t code = Resolve(key, &at, &rights);
     if (code != kOk) return code;
     if ((rights & kSetValue) == 0) return kAccessDenied;
-    std::string folded = fold_(name != nullptr ? name : "");
-    auto it = LowerBound(at->values, folded);
-    if (it == at->values.end() || it->folded != folded) return kNotFound;
-    at->values.erase(at->values.begin() + (it - at->values.cbegin()));
+    if (!at->values.Erase(fold_(name != nullptr ? name : ""))) return kNotFound;
     at->lastWrite = Now();
     return kOk;
 }
@@ -327,12 +298,14 @@ int32_t Registry::QueryInfo(Handle key, char* keyClass, uint32_t* classSize, boo
     if (info != nullptr) {
         KeyInfo counted;
         counted.subKeys = Size32(at->subkeys.size());
-        for (const auto& sub : at->subkeys) {
-            counted.maxSubKeyLength = std::max(counted.maxSubKeyLength, Size32(sub->name.size()));
-            counted.maxClassLength = std::max(counted.maxClassLength, Size32(sub->keyClass.size()));
+        for (const auto& entry : at->subkeys) {
+            const Key& sub = *entry.second;
+            counted.maxSubKeyLength = std::max(counted.maxSubKeyLength, Size32(sub.name.size()));
+            counted.maxClassLength = std::max(counted.maxClassLength, Size32(sub.keyClass.size()));
         }
         counted.values = Size32(at->values.size());
-        for (const Value& value : at->values) {
+        for (const auto& entry : at->values) {
+            const Value& value = entry.second;
             counted.maxValueNameLength = std::max(counted.maxValueNameLength, Size32(value.name.size()));
             counted.maxValueLength = std::max(counted.maxValueLength, Size32(value.data.size()));
         }
@@ -358,36 +331,30 @@ Key* Registry::AddSubkey(Key& parent, const std::string& name) {
         return nullptr;
     }
     std::string folded = fold_(name);
-    auto it = LowerBound(parent.subkeys, folded);
-    if (it != parent.subkeys.end() && (*it)->folded == folded) return it->get();
-    auto key = std::make_unique<Key>();
-    key->name = name;
-    key->folded = std::move(folded);
-    key->depth = parent.depth + 1;
-    key->parent = &parent;
-    key->lastWrite = Now();
-    Key* made = key.get();
-    parent.subkeys.insert(parent.subkeys.begin() + (it - parent.subkeys.cbegin()), std::move(key));
-    parent.lastWrite = made->lastWrite;
-    return made;
+    bool made = false;
+    std::unique_ptr<Key>& key = parent.subkeys.Get(folded, [&] {
+        made = true;
+        auto fresh = std::make_unique<Key>();
+        fresh->name = name;
+        fresh->folded = folded;
+        fresh->depth = parent.depth + 1;
+        fresh->parent = &parent;
+        fresh->lastWrite = Now();
+        return fresh;
+    });
+    if (made) parent.lastWrite = key->lastWrite;
+    return key.get();
 }
 
 void Registry::PutValue(Key& key, const std::string& name, uint32_t type, std::vector<uint8_t> data) {
-    std::string folded = fold_(name);
-    auto it = LowerBound(key.values, folded);
-    if (it != key.values.end() && it->folded == folded) {
-        // The name keeps the case it was first given, as in the registry.
-        Value& value = key.values[static_cast<size_t>(it - key.values.cbegin())];
-        value.type = type;
-        value.data = std::move(data);
-        return;
-    }
-    Value value;
-    value.name = name;
-    value.folded = std::move(folded);
+    // A name already there keeps the case it was first given, as in the registry.
+    Value& value = key.values.Get(fold_(name), [&] {
+        Value fresh;
+        fresh.name = name;
+        return fresh;
+    });
     value.type = type;
     value.data = std::move(data);
-    key.values.insert(key.values.begin() + (it - key.values.cbegin()), std::move(value));
 }
 
 bool SameContent(const Key& a, const Key& b) {
@@ -395,13 +362,13 @@ bool SameContent(const Key& a, const Key& b) {
         a.subkeys.size() != b.subkeys.size()) {
         return false;
     }
-    for (size_t i = 0; i < a.values.size(); ++i) {
-        const Value& x = a.values[i];
-        const Value& y = b.values[i];
-        if (x.name != y.name || x.type != y.type || x.data != y.data) return false;
+    for (auto x = a.values.begin(), y = b.values.begin(); x != a.values.end(); ++x, ++y) {
+        if (x->second.name != y->second.name || x->second.type != y->second.type || x->second.data != y->second.data) {
+            return false;
+        }
     }
-    for (size_t i = 0; i < a.subkeys.size(); ++i) {
-        if (!SameContent(*a.subkeys[i], *b.subkeys[i])) return false;
+    for (auto x = a.subkeys.begin(), y = b.subkeys.begin(); x != a.subkeys.end(); ++x, ++y) {
+        if (!SameContent(*x->second, *y->second)) return false;
     }
     return true;
 }

@@ -66,9 +66,57 @@ std::string AsciiFold(const std::string& name);
 
 struct Value {
     std::string name;
-    std::string folded;
     uint32_t type = kTypeNone;
     std::vector<uint8_t> data;
+};
+
+// Items by folded name, in that order, as the platform keeps a key's subkeys and values; also by
+// position, which costs little for positions asked in a row, as enumerations ask them.
+template <typename Item>
+class Ordered {
+public:
+    using Map = std::map<std::string, Item>;
+
+    Item* Find(const std::string& folded) {
+        auto it = items_.find(folded);
+        return it != items_.end() ? &it->second : nullptr;
+    }
+    const Item* Find(const std::string& folded) const {
+        auto it = items_.find(folded);
+        return it != items_.end() ? &it->second : nullptr;
+    }
+    const Item* At(size_t index) const {
+        if (index >= items_.size()) return nullptr;
+        if (cursorIndex_ > index) {
+            cursor_ = items_.begin();
+            cursorIndex_ = 0;
+        }
+        for (; cursorIndex_ < index; ++cursorIndex_) ++cursor_;
+        return &cursor_->second;
+    }
+    // The item of `folded`, made from `make()` if there is none.
+    template <typename Make>
+    Item& Get(const std::string& folded, Make make) {
+        auto it = items_.find(folded);
+        if (it != items_.end()) return it->second;
+        Forget();
+        return items_.emplace(folded, make()).first->second;
+    }
+    bool Erase(const std::string& folded) {
+        Forget();
+        return items_.erase(folded) == 1;
+    }
+    size_t size() const { return items_.size(); }
+    bool empty() const { return items_.empty(); }
+    typename Map::const_iterator begin() const { return items_.begin(); }
+    typename Map::const_iterator end() const { return items_.end(); }
+
+private:
+    void Forget() { cursorIndex_ = SIZE_MAX; }
+
+    Map items_;
+    mutable typename Map::const_iterator cursor_;
+    mutable size_t cursorIndex_ = SIZE_MAX;
 };
 
 struct Key {
@@ -78,12 +126,18 @@ struct Key {
     uint64_t lastWrite = 0;  // FILETIME units
     size_t depth = 0;        // 0 for a root
     Key* parent = nullptr;
-    std::vector<std::unique_ptr<Key>> subkeys;  // sorted by folded name
-    std::vector<Value> values;                  // sorted by folded name, as the platform keeps them
+    Ordered<std::unique_ptr<Key>> subkeys;
+    Ordered<Value> values;
 
-    Key* FindSubkey(const std::string& folded) const;
-    Value* FindValue(const std::string& folded);
-    const Value* FindValue(const std::string& folded) const;
+    Key* FindSubkey(const std::string& f) const {
+        const std::unique_ptr<Key>* found = subkeys.Find(f);
+        return found != nullptr ? found->get() : nullptr;
+    }
+    // The subkey at `index` in name order, or null.
+    const Key* SubkeyAt(size_t index) const {
+        const std::unique_ptr<Key>* found = subkeys.At(index);
+        return found != nullptr ? found->get() : nullptr;
+    }
 };
 
 // What QueryInfo gives besides the class.

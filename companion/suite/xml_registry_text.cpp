@@ -514,8 +514,8 @@ void WriteKey(std::string& out, const Key& key, size_t depth) {
         return;
     }
     out += ">\r\n";
-    for (const Value& value : key.values) WriteValue(out, value, depth + 1);
-    for (const auto& sub : key.subkeys) WriteKey(out, *sub, depth + 1);
+    for (const auto& value : key.values) WriteValue(out, value.second, depth + 1);
+    for (const auto& sub : key.subkeys) WriteKey(out, *sub.second, depth + 1);
     Indent(out, depth);
     out += "</Key>\r\n";
 }
