@@ -192,7 +192,8 @@ private:
         out->clear();
         while (p_ != end_ && *p_ != stop) {
             char c = *p_;
-            if (c == '<') return false;
+            // The factory's text ends at its first zero byte; a reader given one stops.
+            if (c == '<' || c == '\0') return false;
             if (c != '&') {
                 out->push_back(c);
                 ++p_;
