@@ -162,7 +162,7 @@ public:
         return Locked([&] {
             Count classed(classSize);
             xmlreg::KeyInfo info;
-            int32_t code = model_.QueryInfo(H(key), keyClass, classed.get(), reserved != nullptr, &info);
+            int32_t code = model_.QueryInfo(H(key), keyClass, classed.get(), &info);
             if (code == xmlreg::kOk || code == xmlreg::kMoreData) {
                 if (subKeys != nullptr) *subKeys = info.subKeys;
                 if (maxSubKeyLength != nullptr) *maxSubKeyLength = info.maxSubKeyLength;

@@ -180,7 +180,10 @@ int32_t Registry::QueryValue(Handle key, const char* name, bool reserved, uint32
     if (code != kOk) return code;
     if ((rights & kQueryValue) == 0) return kAccessDenied;
     const Value* value = at->values.Find(fold_(name != nullptr ? name : ""));
-    if (value == nullptr) return kNotFound;
+    if (value == nullptr) {
+        if (type != nullptr) *type = kTypeNone;  // as the platform leaves it
+        return kNotFound;
+    }
     if (type != nullptr) *type = value->type;
     uint32_t needed = Size32(value->data.size());
     if (data != nullptr) {
@@ -288,8 +291,9 @@ int32_t Registry::SetValue(Handle key, const char* name, uint32_t type, const ui
     return kOk;
 }
 
-int32_t Registry::QueryInfo(Handle key, char* keyClass, uint32_t* classSize, bool reserved, KeyInfo* info) const {
-    if (reserved || (keyClass != nullptr && classSize == nullptr)) return kBadParameter;
+int32_t Registry::QueryInfo(Handle key, char* keyClass, uint32_t* classSize, KeyInfo* info) const {
+    // The reserved argument is ignored here, as the platform ignores it.
+    if (keyClass != nullptr && classSize == nullptr) return kBadParameter;
     Key* at = nullptr;
     uint32_t rights = 0;
     int32_t code = Resolve(key, &at, &rights);

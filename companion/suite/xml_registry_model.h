@@ -173,7 +173,7 @@ public:
     int32_t DeleteKey(Handle key, const char* subKey);
     int32_t DeleteValue(Handle key, const char* name);
     int32_t SetValue(Handle key, const char* name, uint32_t type, const uint8_t* data, uint32_t size);
-    int32_t QueryInfo(Handle key, char* keyClass, uint32_t* classSize, bool reserved, KeyInfo* info) const;
+    int32_t QueryInfo(Handle key, char* keyClass, uint32_t* classSize, KeyInfo* info) const;
 
     // The content, for the text's reader and writer.
     Key& Root(size_t index) { return *roots_[index]; }

@@ -124,12 +124,12 @@ TEST_F(XmlRegistryModelTest, QueryValueFollowsTheRulesForNullDataAndSizes) {
     ASSERT_EQ(registry.QueryValue(key, "Text", false, nullptr, data, &size), kOk);
     EXPECT_EQ(std::string(reinterpret_cast<char*>(data), 4), std::string("abc\0", 4));
     EXPECT_EQ(data[4], 'x');
-    // Reserved must be null; a missing value is not found, with type and size left alone.
+    // Reserved must be null; a missing value is not found, with type none and the size left alone.
     EXPECT_EQ(registry.QueryValue(key, "Text", true, &type, data, &size), kBadParameter);
     type = 42;
     size = 8;
     EXPECT_EQ(registry.QueryValue(key, "Missing", false, &type, data, &size), kNotFound);
-    EXPECT_EQ(type, 42u);
+    EXPECT_EQ(type, kTypeNone);
     EXPECT_EQ(size, 8u);
 }
 
@@ -315,7 +315,7 @@ TEST_F(XmlRegistryModelTest, EachCallNeedsItsRightOnTheHandle) {
     uint32_t nameSize = sizeof name;
     EXPECT_EQ(registry.EnumKey(writeOnly, 0, name, &nameSize, false, nullptr, nullptr, nullptr), kAccessDenied);
     EXPECT_EQ(registry.EnumValue(none, 0, name, &nameSize, false, nullptr, nullptr, nullptr), kAccessDenied);
-    EXPECT_EQ(registry.QueryInfo(none, nullptr, nullptr, false, nullptr), kAccessDenied);
+    EXPECT_EQ(registry.QueryInfo(none, nullptr, nullptr, nullptr), kAccessDenied);
     Handle child = 0;
     EXPECT_EQ(registry.CreateKey(readOnly, "child", nullptr, 0xF003F, &child, nullptr), kAccessDenied);
     EXPECT_EQ(registry.CreateKey(writeOnly, "child", nullptr, 0xF003F, &child, nullptr), kOk);
@@ -337,7 +337,7 @@ TEST_F(XmlRegistryModelTest, QueryInfoCountsSubkeysAndValuesWithTheirLongestName
     KeyInfo info;
     char keyClass[16];
     uint32_t classSize = sizeof keyClass;
-    ASSERT_EQ(registry.QueryInfo(key, keyClass, &classSize, false, &info), kOk);
+    ASSERT_EQ(registry.QueryInfo(key, keyClass, &classSize, &info), kOk);
     EXPECT_STREQ(keyClass, "The class");
     EXPECT_EQ(classSize, 9u);
     EXPECT_EQ(info.subKeys, 2u);
@@ -348,12 +348,11 @@ TEST_F(XmlRegistryModelTest, QueryInfoCountsSubkeysAndValuesWithTheirLongestName
     EXPECT_EQ(info.maxValueLength, 8u);
     classSize = 9;
     std::memset(keyClass, 'x', sizeof keyClass);
-    EXPECT_EQ(registry.QueryInfo(key, keyClass, &classSize, false, &info), kMoreData);
+    EXPECT_EQ(registry.QueryInfo(key, keyClass, &classSize, &info), kMoreData);
     EXPECT_EQ(classSize, 9u);
     EXPECT_EQ(keyClass[0], 'x');
     EXPECT_EQ(info.subKeys, 2u);
-    EXPECT_EQ(registry.QueryInfo(key, nullptr, nullptr, true, &info), kBadParameter);
-    EXPECT_EQ(registry.QueryInfo(key, keyClass, nullptr, false, &info), kBadParameter);
+    EXPECT_EQ(registry.QueryInfo(key, keyClass, nullptr, &info), kBadParameter);
 }
 
 TEST_F(XmlRegistryModelTest, PathsTolerateRepeatedSeparatorsButNotALeadingOne) {
