@@ -87,6 +87,13 @@ int32_t Registry::Resolve(Handle handle, Key** key, uint32_t* access) const {
     return kOk;
 }
 
+int32_t Registry::Reach(Handle handle, uint32_t right, Key** key) const {
+    uint32_t rights = 0;
+    int32_t code = Resolve(handle, key, &rights);
+    if (code != kOk) return code;
+    return (rights & right) == right ? kOk : kAccessDenied;
+}
+
 int32_t Registry::Walk(Key* from, const char* subKey, Key** found) const {
     *found = from;
     if (subKey == nullptr) return kOk;
@@ -117,8 +124,7 @@ int32_t Registry::OpenKey(Handle key, const char* subKey, uint32_t access, Handl
     if (result == nullptr) return kBadParameter;
     *result = 0;
     Key* from = nullptr;
-    uint32_t rights = 0;
-    int32_t code = Resolve(key, &from, &rights);
+    int32_t code = Reach(key, 0, &from);
     if (code != kOk) return code;
     Key* found = nullptr;
     code = Walk(from, subKey, &found);
@@ -175,10 +181,8 @@ int32_t Registry::QueryValue(Handle key, const char* name, bool reserved, uint32
                              uint32_t* size) const {
     if (reserved || (data != nullptr && size == nullptr)) return kBadParameter;
     Key* at = nullptr;
-    uint32_t rights = 0;
-    int32_t code = Resolve(key, &at, &rights);
+    int32_t code = Reach(key, kQueryValue, &at);
     if (code != kOk) return code;
-    if ((rights & kQueryValue) == 0) return kAccessDenied;
     const Value* value = at->values.Find(fold_(name != nullptr ? name : ""));
     if (value == nullptr) {
         if (type != nullptr) *type = kTypeNone;  // as the platform leaves it
@@ -206,10 +210,8 @@ int32_t Registry::EnumValue(Handle key, uint32_t index, char* name, uint32_t* na
         return kBadParameter;
     }
     Key* at = nullptr;
-    uint32_t rights = 0;
-    int32_t code = Resolve(key, &at, &rights);
+    int32_t code = Reach(key, kQueryValue, &at);
     if (code != kOk) return code;
-    if ((rights & kQueryValue) == 0) return kAccessDenied;
     const Value* found = at->values.At(index);
     if (found == nullptr) return kNoMoreItems;
     const Value& value = *found;
@@ -232,10 +234,8 @@ int32_t Registry::EnumKey(Handle key, uint32_t index, char* name, uint32_t* name
         return kBadParameter;
     }
     Key* at = nullptr;
-    uint32_t rights = 0;
-    int32_t code = Resolve(key, &at, &rights);
+    int32_t code = Reach(key, kEnumerateSubKeys, &at);
     if (code != kOk) return code;
-    if ((rights & kEnumerateSubKeys) == 0) return kAccessDenied;
     const Key* found = at->SubkeyAt(index);
     if (found == nullptr) return kNoMoreItems;
     const Key& sub = *found;
@@ -249,9 +249,9 @@ int32_t Registry::EnumKey(Handle key, uint32_t index, char* name, uint32_t* name
 
 int32_t Registry::DeleteKey(Handle key, const char* subKey) {
     if (subKey == nullptr) return kBadParameter;
+    // The platform opens the doomed key itself; the handle's rights do not count.
     Key* at = nullptr;
-    uint32_t rights = 0;
-    int32_t code = Resolve(key, &at, &rights);
+    int32_t code = Reach(key, 0, &at);
     if (code != kOk) return code;
     Key* doomed = nullptr;
     code = Walk(at, subKey, &doomed);
@@ -268,10 +268,8 @@ int32_t Registry::DeleteKey(Handle key, const char* subKey) {
 
 int32_t Registry::DeleteValue(Handle key, const char* name) {
     Key* at = nullptr;
-    uint32_t rights = 0;
-    int32_t code = Resolve(key, &at, &rights);
+    int32_t code = Reach(key, kSetValue, &at);
     if (code != kOk) return code;
-    if ((rights & kSetValue) == 0) return kAccessDenied;
     if (!at->values.Erase(fold_(name != nullptr ? name : ""))) return kNotFound;
     at->lastWrite = Now();
     return kOk;
@@ -280,10 +278,8 @@ int32_t Registry::DeleteValue(Handle key, const char* name) {
 int32_t Registry::SetValue(Handle key, const char* name, uint32_t type, const uint8_t* data, uint32_t size) {
     if (data == nullptr && size > 0) return kNoAccess;
     Key* at = nullptr;
-    uint32_t rights = 0;
-    int32_t code = Resolve(key, &at, &rights);
+    int32_t code = Reach(key, kSetValue, &at);
     if (code != kOk) return code;
-    if ((rights & kSetValue) == 0) return kAccessDenied;
     std::vector<uint8_t> bytes;
     if (size > 0) bytes.assign(data, data + size);
     PutValue(*at, name != nullptr ? name : "", type, std::move(bytes));
@@ -295,10 +291,8 @@ int32_t Registry::QueryInfo(Handle key, char* keyClass, uint32_t* classSize, Key
     // The reserved argument is ignored here, as the platform ignores it.
     if (keyClass != nullptr && classSize == nullptr) return kBadParameter;
     Key* at = nullptr;
-    uint32_t rights = 0;
-    int32_t code = Resolve(key, &at, &rights);
+    int32_t code = Reach(key, kQueryValue, &at);
     if (code != kOk) return code;
-    if ((rights & kQueryValue) == 0) return kAccessDenied;
     if (info != nullptr) {
         KeyInfo counted;
         counted.subKeys = Size32(at->subkeys.size());

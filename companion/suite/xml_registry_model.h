@@ -193,6 +193,8 @@ private:
     };
     // The key and rights of a handle; kBadHandle, or kKeyDeleted for a handle whose key is gone.
     int32_t Resolve(Handle handle, Key** key, uint32_t* access) const;
+    // The key of a handle that has `right`; kAccessDenied if it lacks it.
+    int32_t Reach(Handle handle, uint32_t right, Key** key) const;
     // Walks `subKey` below `from`; kNotFound, or kBadPath for a malformed path.
     int32_t Walk(Key* from, const char* subKey, Key** found) const;
     Handle Issue(Key* key, uint32_t access);

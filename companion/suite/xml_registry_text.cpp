@@ -200,40 +200,38 @@ private:
                 continue;
             }
             ++p_;
-            if (Starts("amp;")) {
-                out->push_back('&');
-                p_ += 4;
-            } else if (Starts("lt;")) {
-                out->push_back('<');
-                p_ += 3;
-            } else if (Starts("gt;")) {
-                out->push_back('>');
-                p_ += 3;
-            } else if (Starts("quot;")) {
-                out->push_back('"');
-                p_ += 5;
-            } else if (Starts("apos;")) {
-                out->push_back('\'');
-                p_ += 5;
-            } else if (Take('#')) {
-                int base = Take('x') ? 16 : 10;
-                unsigned value = 0;
-                size_t digits = 0;
-                while (p_ != end_ && *p_ != ';') {
-                    int digit = HexDigit(*p_);
-                    if (digit < 0 || digit >= base) return false;
-                    value = value * static_cast<unsigned>(base) + static_cast<unsigned>(digit);
-                    if (value > 255) return false;
-                    ++digits;
-                    ++p_;
-                }
-                if (digits == 0 || value == 0 || !Take(';')) return false;
-                out->push_back(static_cast<char>(value));
-            } else {
-                return false;
+            if (NamedReference(out)) continue;
+            if (!Take('#')) return false;
+            int base = Take('x') ? 16 : 10;
+            unsigned value = 0;
+            size_t digits = 0;
+            while (p_ != end_ && *p_ != ';') {
+                int digit = HexDigit(*p_);
+                if (digit < 0 || digit >= base) return false;
+                value = value * static_cast<unsigned>(base) + static_cast<unsigned>(digit);
+                if (value > 255) return false;
+                ++digits;
+                ++p_;
             }
+            if (digits == 0 || value == 0 || !Take(';')) return false;
+            out->push_back(static_cast<char>(value));
         }
         return p_ != end_;
+    }
+    // After '&': one of the five named references, taken with its ';'.
+    bool NamedReference(std::string* out) {
+        static constexpr struct {
+            const char* name;
+            char byte;
+        } kNamed[] = {{"amp;", '&'}, {"lt;", '<'}, {"gt;", '>'}, {"quot;", '"'}, {"apos;", '\''}};
+        for (const auto& named : kNamed) {
+            if (Starts(named.name)) {
+                out->push_back(named.byte);
+                p_ += std::strlen(named.name);
+                return true;
+            }
+        }
+        return false;
     }
     // After '<': the element's name and attributes, up to and including '>' or "/>".
     bool Tag(std::string* name, Attributes* attributes, bool* empty) {

@@ -253,21 +253,25 @@ std::vector<std::string> Script(IXmlRegistry& r, HKEY base) {
     note("open missing", code, missing == nullptr ? "null" : "set");
 
     const BYTE dword[4] = {2, 0, 0, 0};
-    code = r.SetValue(a, "Count", 0, REG_DWORD, dword, 4);
-    note("set Count", code);
-    code = r.SetValue(a, "Text", 0, REG_SZ, reinterpret_cast<const BYTE*>("abc"), 4);
-    note("set Text", code);
-    // Text without its terminator; the platform counts one that follows in memory, so none does here.
-    code = r.SetValue(a, "Bare", 0, REG_SZ, reinterpret_cast<const BYTE*>("xyzQ"), 3);
-    note("set Bare", code);
-    code = r.SetValue(a, "beta", 0, REG_BINARY, dword, 1);
-    note("set beta", code);
-    code = r.SetValue(a, "Alpha", 0, REG_BINARY, dword, 2);
-    note("set Alpha", code);
-    code = r.SetValue(a, "", 0, REG_SZ, reinterpret_cast<const BYTE*>(""), 1);
-    note("set empty", code);
-    code = r.SetValue(a, "TEXT", 0, REG_SZ, reinterpret_cast<const BYTE*>("abcd"), 5);
-    note("set TEXT", code);
+    const struct {
+        const char* name;
+        DWORD type;
+        const char* bytes;
+        DWORD size;
+    } sets[] = {
+        {"Count", REG_DWORD, "\x02\0\0", 4},
+        {"Text", REG_SZ, "abc", 4},
+        // Text without its terminator; the platform counts one that follows in memory, so none does here.
+        {"Bare", REG_SZ, "xyzQ", 3},
+        {"beta", REG_BINARY, "\x02", 1},
+        {"Alpha", REG_BINARY, "\x02", 2},
+        {"", REG_SZ, "", 1},
+        {"TEXT", REG_SZ, "abcd", 5},
+    };
+    for (const auto& set : sets) {
+        code = r.SetValue(a, set.name, 0, set.type, reinterpret_cast<const BYTE*>(set.bytes), set.size);
+        note(std::string("set ") + set.name, code);
+    }
 
     DWORD type = 0;
     DWORD size = 0;
