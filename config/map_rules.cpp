@@ -74,7 +74,7 @@ void ExpandWildcard(char (&out)[kMapHostSize], const char* text, const char* wil
     }
 }
 
-const CListNode* PickFirstMap(const CListNode* first, const char* host, uint32_t port, DestinationOf destinationOf,
+const CListNode* PickFirstMap(const CListNode* first, const char* host, uint32_t port, DestinationReader destinationOf,
                               TextComparison compareNoCase, const PickLog& log) {
     const char* asked = host != nullptr ? host : "";
     int position = 0;

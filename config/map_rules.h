@@ -58,11 +58,11 @@ struct MapDestination {
     const char* host;
     const char* port;
 };
-using DestinationOf = MapDestination (*)(const CListNode* node);
+using DestinationReader = MapDestination (*)(const CListNode* node);
 
 // The first node from `first` on whose stored host equals `host` without regard to case, or is "*",
 // and whose stored port reads as `port` or as 0 ("*" and "0" mean any port); null when none does.
 // A stored host that is null or empty is passed over without a line. A null `host` counts as the
 // empty text.
-const CListNode* PickFirstMap(const CListNode* first, const char* host, uint32_t port, DestinationOf destinationOf,
+const CListNode* PickFirstMap(const CListNode* first, const char* host, uint32_t port, DestinationReader destinationOf,
                               TextComparison compareNoCase, const PickLog& log);
