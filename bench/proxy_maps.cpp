@@ -9,7 +9,6 @@
 #include <windows.h>
 
 #include <cstdio>
-#include <sstream>
 #include <stdexcept>
 #include <string>
 #include <vector>
@@ -58,24 +57,12 @@ dxbench::Summary TimePicks(const CSocksConfig& set, int batchMs, int batches) {
     return dxbench::Summarize(perPick);
 }
 
-std::vector<int> ParseCounts(const std::string& text) {
-    std::vector<int> counts;
-    std::stringstream words(text);
-    std::string word;
-    while (std::getline(words, word, ',')) {
-        int count = std::stoi(word);
-        if (count < 1) throw std::runtime_error("--maps: each at least 1");
-        counts.push_back(count);
-    }
-    return counts;
-}
-
 }  // namespace
 
 int main(int argc, char** argv) {
     try {
         dxbench::Flags flags(argc, argv);
-        std::vector<int> counts = ParseCounts(flags.Text("maps", "1,10,100,1000"));
+        std::vector<int> counts = flags.Counts("maps", "1,10,100,1000");
         const int batchMs = static_cast<int>(flags.Number("batch-ms", 20));
         const int batches = static_cast<int>(flags.Number("batches", 15));
         const int lookups = static_cast<int>(flags.Number("lookups", 200));

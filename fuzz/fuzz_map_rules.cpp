@@ -5,7 +5,6 @@
 // same without regard to case, or "*", and whose port is the same number, or 0. Nothing is written
 // beyond a field.
 #include <algorithm>
-#include <cctype>
 #include <climits>
 #include <cstdarg>
 #include <cstdint>
@@ -15,37 +14,19 @@
 #include <vector>
 
 #include "decimal_text.h"
+#include "guarded_field.h"
 #include "map_rules.h"
 
 namespace {
 
-constexpr unsigned char kGuard = 0xA5;
+using dxtest::AsciiCompareNoCase;
 
 template <size_t Size>
-struct Guarded {
-    unsigned char before[16];
-    char field[Size];
-    unsigned char after[16];
-
-    Guarded() {
-        std::memset(before, kGuard, sizeof before);
-        std::memset(field, 'x', sizeof field);
-        std::memset(after, kGuard, sizeof after);
-    }
+struct Guarded : dxtest::GuardedField<Size> {
     void Check() const {
-        for (unsigned char b : before) if (b != kGuard) std::abort();
-        for (unsigned char b : after) if (b != kGuard) std::abort();
-        if (std::memchr(field, '\0', Size) == nullptr) std::abort();
+        if (!this->GuardsIntact() || !this->Terminated()) std::abort();
     }
 };
-
-int AsciiCompareNoCase(const char* first, const char* second) {
-    for (;; ++first, ++second) {
-        int a = std::tolower(static_cast<unsigned char>(*first));
-        int b = std::tolower(static_cast<unsigned char>(*second));
-        if (a != b || a == 0) return a - b;
-    }
-}
 
 bool HasDigit(const std::string& text) {
     return std::any_of(text.begin(), text.end(), [](char c) { return c >= '0' && c <= '9'; });

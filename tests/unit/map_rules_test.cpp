@@ -2,7 +2,6 @@
 
 #include <gtest/gtest.h>
 
-#include <cctype>
 #include <climits>
 #include <cstdarg>
 #include <cstdio>
@@ -10,39 +9,16 @@
 #include <string>
 #include <vector>
 
+#include "guarded_field.h"
+
 namespace {
 
 // The comparison the library hands in is the user locale's; ASCII text compares alike anywhere.
-int AsciiCompareNoCase(const char* first, const char* second) {
-    for (;; ++first, ++second) {
-        int a = std::tolower(static_cast<unsigned char>(*first));
-        int b = std::tolower(static_cast<unsigned char>(*second));
-        if (a != b || a == 0) return a - b;
-    }
-}
+using dxtest::AsciiCompareNoCase;
+template <size_t Size>
+using Guarded = dxtest::GuardedField<Size>;
 
 constexpr char kWord[] = "Any host";
-constexpr unsigned char kGuard = 0xA5;
-
-// A field with guard bytes on both sides.
-template <size_t Size>
-struct Guarded {
-    unsigned char before[16];
-    char field[Size];
-    unsigned char after[16];
-
-    explicit Guarded(char fill = 'x') {
-        std::memset(before, kGuard, sizeof before);
-        std::memset(field, fill, sizeof field);
-        std::memset(after, kGuard, sizeof after);
-    }
-    bool GuardsIntact() const {
-        for (unsigned char b : before) if (b != kGuard) return false;
-        for (unsigned char b : after) if (b != kGuard) return false;
-        return true;
-    }
-    std::string Text() const { return std::string(field, strnlen(field, Size)); }
-};
 
 std::string Host(const char* text, const char* word = kWord) {
     Guarded<kMapHostSize> host;
