@@ -5,7 +5,8 @@
 #include "registry_value.h"
 #include "suite_library.h"
 
-CPXMXMLREG g_xmlRegistry;
+// Ready before any constructor of the library runs; the compiler refuses a dynamic initialiser here.
+__constinit CPXMXMLREG g_xmlRegistry;
 
 namespace {
 

@@ -50,6 +50,7 @@ TEST_F(XmlRegistryBoundTest, SettingsFileWithoutAPath) { RunChild(ScriptedSuite(
 TEST_F(XmlRegistryBoundTest, SuiteWithoutReleaseFailsForGood) { RunChild(SuiteWithoutRelease(), "NoRelease"); }
 TEST_F(XmlRegistryBoundTest, SuiteWithoutFactoriesFailsForGood) { RunChild(PartialSuite(), "NoFactories"); }
 TEST_F(XmlRegistryBoundTest, MissingSuiteIsSoughtAgain) { RunChild("", "MissingSuite"); }
+TEST_F(XmlRegistryBoundTest, UnloadReleasesTheObjectThenTheLibrary) { RunChild(ScriptedSuite(), "Unload"); }
 
 // The children. Not tests of their own: each runs only by name, in a copy of the program.
 
@@ -240,6 +241,25 @@ TEST(XmlRegistryBoundChild, DISABLED_NoFactories) {
     EXPECT_EQ(g_xmlRegistry.CreateXmlRegistry(kXmlRegistrySocks, nullptr), 0);
     EXPECT_NE(GetModuleHandleA("KVTSOCK2.DLL"), nullptr);
     EXPECT_EQ(g_xmlRegistry.CreateXmlRegistry(kXmlRegistrySocks, nullptr), 0);
+}
+
+TEST(XmlRegistryBoundChild, DISABLED_Unload) {
+    HMODULE held = HoldSuite();
+    ASSERT_NE(held, nullptr);
+    auto object = SuiteEntry<PFN_XmlSuiteObject>("XmlSuiteObject");
+    ASSERT_NE(object, nullptr);
+    {
+        CPXMXMLREG layer;
+        ASSERT_EQ(layer.CreateXmlRegistry(kXmlRegistryHttp, nullptr), 1);
+        EXPECT_EQ(Recording().releaseCalls, 1);
+    }
+    EXPECT_EQ(Recording().releaseCalls, 2);
+    EXPECT_EQ(Recording().released, object());
+    FreeLibrary(held);
+    // The layer's own reference went with it.
+    EXPECT_EQ(GetModuleHandleA("KVTSOCK2.DLL"), nullptr);
+    // A layer that bound nothing releases nothing.
+    { CPXMXMLREG unused; }
 }
 
 TEST(XmlRegistryBoundChild, DISABLED_MissingSuite) {

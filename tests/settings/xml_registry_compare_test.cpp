@@ -6,9 +6,11 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <atomic>
 #include <functional>
 #include <map>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include "bench.h"
@@ -214,6 +216,39 @@ TEST_F(XmlRegistryCompareTest, BadTextAndAnUnknownFamilyLeaveNoObject) {
     // With no object the reads are the platform's again.
     ASSERT_TRUE(dxtest::PutNumber(Hive::kUser, "Network Protocols\\SOCKS", "Count", 6));
     EXPECT_EQ(bound.ReadDword(kUserScope, "Network Protocols\\SOCKS", "Count", 0), 6u);
+}
+
+// A host must not replace the registry while another thread reads configuration; if one does, a
+// read sees the old registry, the new one or, between the two, the platform's, and never a released
+// object.
+TEST_F(XmlRegistryCompareTest, ReadsBesideReplacementsSeeOneRegistryOrAnother) {
+    auto text = [](int count) {
+        return "<Registry><Key name=\"HKEY_CURRENT_USER\"><Key name=\"Software\"><Key name=\"Verdane\">"
+               "<Value name=\"Count\" type=\"REG_DWORD\" data=\"" +
+               std::to_string(count) + "\"/></Key></Key></Key></Registry>";
+    };
+    const std::string three = text(3);
+    const std::string five = text(5);
+    CPXMXMLREG bound;
+    ASSERT_EQ(bound.CreateXmlRegistry(kXmlRegistrySocks, three.c_str()), 1);
+    std::atomic<bool> replacing(true);
+    std::atomic<int> unexpected(0);
+    std::atomic<int> reads(0);
+    std::thread reader([&] {
+        while (replacing.load() || reads.load() < 100) {
+            DWORD value = bound.ReadDword(kUserScope, "", "Count", 7);
+            if (value != 3 && value != 5 && value != 7) ++unexpected;
+            ++reads;
+        }
+    });
+    int made = 0;
+    for (int i = 0; i < 3000; ++i) made += bound.CreateXmlRegistry(kXmlRegistrySocks, (i & 1 ? three : five).c_str());
+    replacing = false;
+    reader.join();
+    EXPECT_EQ(made, 3000);
+    EXPECT_EQ(unexpected.load(), 0);
+    EXPECT_GE(reads.load(), 100);
+    EXPECT_EQ(bound.ReadDword(kUserScope, "", "Count", 7), 3u);
 }
 
 }  // namespace
