@@ -22,27 +22,20 @@ constexpr DWORD kNameSize = 256;
 
 int CompareIgnoringCase(const char* left, const char* right) { return lstrcmpiA(left, right); }
 
-class SharedHold {
+// Holds the layer's lock for one operation: shared to use the object, alone to replace it.
+template <void(WINAPI* Acquire)(PSRWLOCK), void(WINAPI* Release)(PSRWLOCK)>
+class Hold {
 public:
-    explicit SharedHold(SRWLOCK& lock) : lock_(lock) { AcquireSRWLockShared(&lock_); }
-    ~SharedHold() { ReleaseSRWLockShared(&lock_); }
-    SharedHold(const SharedHold&) = delete;
-    SharedHold& operator=(const SharedHold&) = delete;
+    explicit Hold(SRWLOCK& lock) : lock_(lock) { Acquire(&lock_); }
+    ~Hold() { Release(&lock_); }
+    Hold(const Hold&) = delete;
+    Hold& operator=(const Hold&) = delete;
 
 private:
     SRWLOCK& lock_;
 };
-
-class ExclusiveHold {
-public:
-    explicit ExclusiveHold(SRWLOCK& lock) : lock_(lock) { AcquireSRWLockExclusive(&lock_); }
-    ~ExclusiveHold() { ReleaseSRWLockExclusive(&lock_); }
-    ExclusiveHold(const ExclusiveHold&) = delete;
-    ExclusiveHold& operator=(const ExclusiveHold&) = delete;
-
-private:
-    SRWLOCK& lock_;
-};
+using SharedHold = Hold<AcquireSRWLockShared, ReleaseSRWLockShared>;
+using ExclusiveHold = Hold<AcquireSRWLockExclusive, ReleaseSRWLockExclusive>;
 
 template <typename Entry>
 Entry Resolve(HMODULE library, const char* name) {
