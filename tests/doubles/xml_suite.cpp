@@ -1,4 +1,4 @@
-// See xml_suite.h. The recording registry opens every key, names one value ("Recorded") and two
+// See xml_suite.h. Until a test names a path, the settings file entry answers 0. The recording registry opens every key, names one value ("Recorded") and two
 // subkeys ("First", "Second"), and answers every query with the scripted value.
 #include "xml_suite.h"
 
@@ -13,6 +13,7 @@ LONG g_createResult = 0;
 bool g_handOut = true;
 bool g_hasPath = false;
 char g_path[MAX_PATH] = {};
+DWORD g_pathAnswer = 0;
 LONG g_valueResult = 0;
 DWORD g_valueType = REG_DWORD;
 BYTE g_value[64] = {7, 0, 0, 0};
@@ -152,7 +153,7 @@ LONG WINAPI XmlReleaseReg(IXmlRegistry* registry) {
 DWORD WINAPI PXMMSIgetGlobalSettingsFile(char* buffer, DWORD size) {
     if (!g_hasPath || buffer == nullptr || size <= std::strlen(g_path)) return 0;
     std::strcpy(buffer, g_path);
-    return 1;
+    return g_pathAnswer;
 }
 
 void WINAPI XmlSuiteScript(LONG createResult, BOOL handOut) {
@@ -160,8 +161,9 @@ void WINAPI XmlSuiteScript(LONG createResult, BOOL handOut) {
     g_handOut = handOut != FALSE;
 }
 
-void WINAPI XmlSuiteSettingsPath(const char* path) {
+void WINAPI XmlSuiteSettingsPath(const char* path, DWORD answer) {
     g_hasPath = path != nullptr;
+    g_pathAnswer = answer;
     Keep(g_path, sizeof g_path, path);
 }
 

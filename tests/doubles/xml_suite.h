@@ -34,8 +34,8 @@ struct XmlSuiteRecord {
 extern "C" {
 // The next factory calls return `createResult`; with `handOut` they set the recording registry first.
 typedef void(WINAPI* PFN_XmlSuiteScript)(LONG createResult, BOOL handOut);
-// The path the settings file entry answers; null makes it answer 0.
-typedef void(WINAPI* PFN_XmlSuiteSettingsPath)(const char* path);
+// The path the settings file entry writes and what it answers; a null path is never written.
+typedef void(WINAPI* PFN_XmlSuiteSettingsPath)(const char* path, DWORD answer);
 // The value every query of the recording registry finds; a result other than 0 fails the query.
 typedef void(WINAPI* PFN_XmlSuiteValue)(LONG result, DWORD type, const BYTE* data, DWORD size);
 typedef void(WINAPI* PFN_XmlSuiteRecording)(XmlSuiteRecord* out);

@@ -214,13 +214,23 @@ TEST(XmlRegistryBoundChild, DISABLED_NoSettingsPath) {
     ASSERT_FALSE(folder.empty());
     auto path = SuiteEntry<PFN_XmlSuiteSettingsPath>("XmlSuiteSettingsPath");
     ASSERT_NE(path, nullptr);
-    path((folder + "Settings.xml").c_str());
+    path((folder + "Settings.xml").c_str(), 1);
     EXPECT_EQ(WriteSettingsFile(L"<Settings version=\"here\"/>"), 1);
     EXPECT_EQ(ReadSettingsDocument(), 1);
     ASSERT_NE(SettingsDocument, nullptr);
     EXPECT_EQ(SettingsDocument->GetVersion(), "here");
+    // A path with the answer 0: writing does not look at the answer, reading does.
+    path((folder + "Settings.xml").c_str(), 0);
+    EXPECT_EQ(WriteSettingsFile(L"<Settings version=\"written\"/>"), 1);
+    CPXMSettings* kept = SettingsDocument;
+    EXPECT_EQ(ReadSettingsDocument(), 0);
+    EXPECT_EQ(SettingsDocument, kept);
+    EXPECT_FALSE(ReadSettingsText(text));
+    path((folder + "Settings.xml").c_str(), 1);
+    EXPECT_EQ(ReadSettingsDocument(), 1);
+    EXPECT_EQ(SettingsDocument->GetVersion(), "written");
     // A folder that is missing is not made.
-    path((folder + "missing\\Settings.xml").c_str());
+    path((folder + "missing\\Settings.xml").c_str(), 1);
     EXPECT_EQ(WriteSettingsFile(L"<Settings/>"), 0);
     EXPECT_FALSE(dxtest::FileExists(folder + "missing"));
     dxtest::RemoveTree(folder);
