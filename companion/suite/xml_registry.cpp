@@ -35,7 +35,19 @@ static_assert(xmlreg::kTypeString == REG_SZ && xmlreg::kTypeExpandString == REG_
 // The registry's comparison: names in the ANSI code page, equal when their UTF-16 upper cases are,
 // in the order of those upper cases.
 std::string AnsiFold(const std::string& name) {
-    if (name.empty() || name.size() > 0x7fffffff) return xmlreg::AsciiFold(name);
+    // ASCII is the same in every ANSI code page, and its upper case is A to Z: no call needed.
+    bool ascii = true;
+    for (char c : name) ascii = ascii && static_cast<unsigned char>(c) < 0x80;
+    if (ascii) {
+        std::string folded;
+        folded.reserve(name.size() * 2);
+        for (char c : name) {
+            folded.push_back('\0');
+            folded.push_back(c >= 'a' && c <= 'z' ? static_cast<char>(c - 'a' + 'A') : c);
+        }
+        return folded;
+    }
+    if (name.size() > 0x7fffffff) return xmlreg::AsciiFold(name);
     int size = static_cast<int>(name.size());
     int length = MultiByteToWideChar(CP_ACP, 0, name.data(), size, nullptr, 0);
     if (length <= 0) return xmlreg::AsciiFold(name);
