@@ -1,5 +1,7 @@
 #include "xml_registry.h"
 
+#include <cstring>
+
 #include "bounded_text.h"
 #include "log.h"
 #include "registry_value.h"
@@ -192,7 +194,7 @@ LONG CPXMXMLREG::SetValue(HKEY key, const char* name, DWORD type, const BYTE* da
 int CPXMXMLREG::OpenConfigKey(ConfigKey& key, DWORD scope, const char* subPath, REGSAM access) {
     key = ConfigKey{};
     HKEY hive = scope == kMachineScope ? HKEY_LOCAL_MACHINE : HKEY_CURRENT_USER;
-    if (subPath == nullptr || strlen(subPath) + 1 >= kSubPathLimit) return 0;
+    if (subPath == nullptr || std::strlen(subPath) + 1 >= kSubPathLimit) return 0;
     char path[kKeyPathSize];
     BoundedWriter userPath(path, sizeof path);
     userPath.Put(kRootPath);
@@ -337,7 +339,7 @@ int CPXMXMLREG::WriteBlob16(DWORD scope, const char* subPath, const char* name, 
 
 int CPXMXMLREG::WriteString(DWORD scope, const char* subPath, const char* name, const char* text) {
     if (text == nullptr) return 0;
-    size_t length = strlen(text);
+    size_t length = std::strlen(text);
     if (length >= MAXDWORD) return 0;
     return WriteValue(scope, subPath, name, REG_SZ, reinterpret_cast<const BYTE*>(text),
                       static_cast<DWORD>(length + 1));

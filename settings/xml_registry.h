@@ -82,7 +82,6 @@ public:
     int DeleteValue(DWORD scope, const char* subPath, const char* name);
 
 private:
-    IXmlRegistry* Bound() const { return registry; }
     LONG Open(HKEY key, const char* subKey, REGSAM access, HKEY* result);
     LONG Create(HKEY key, const char* subKey, REGSAM access, HKEY* result);
     LONG Close(HKEY key);
