@@ -6,16 +6,17 @@
 #
 # Paths are relative to the project root. tests/check_layers.py reads this file too.
 
-# Bottom first. settings/ takes its place between host and config when it comes.
-set(DX_LAYERS frame host config ui socks http)
+# Bottom first.
+set(DX_LAYERS frame host settings config ui socks http)
 
 # What each layer may use.
 set(DX_USES_frame "")
 set(DX_USES_host frame)
-set(DX_USES_config host frame)
+set(DX_USES_settings host frame)
+set(DX_USES_config settings host frame)
 set(DX_USES_ui host frame)
-set(DX_USES_socks host frame)
-set(DX_USES_http host frame)
+set(DX_USES_socks settings host frame)
+set(DX_USES_http settings host frame)
 
 # Registry and list, log, lifecycle and hidden windows, resolver, the export frame of both families.
 set(DX_PORTABLE_frame
@@ -39,6 +40,15 @@ set(DX_PORTABLE_host
 set(DX_WIN32_host
   host/suite_library.cpp
   host/version_info.cpp)
+
+# XML document, settings file, registry layer.
+set(DX_PORTABLE_settings
+  settings/registry_value.cpp
+  settings/settings_text.cpp)
+set(DX_WIN32_settings
+  settings/settings_file.cpp
+  settings/xml_document.cpp
+  settings/xml_registry.cpp)
 
 # Proxy maps: the record, the families' sets and the choice of a map for a destination.
 set(DX_PORTABLE_config
