@@ -47,18 +47,21 @@ set(DX_PORTABLE_settings
   settings/settings_text.cpp)
 set(DX_WIN32_settings
   settings/settings_file.cpp
+  settings/settings_maps.cpp
   settings/xml_document.cpp
   settings/xml_registry.cpp)
 
 # Proxy maps: the record, the families' sets and the choice of a map for a destination.
 set(DX_PORTABLE_config
+  config/config_number.cpp
   config/map_rules.cpp)
 set(DX_WIN32_config
   config/config_sets.cpp
   config/http_config.cpp
   config/proxy_map.cpp
   config/proxy_map_set.cpp
-  config/socks_config.cpp)
+  config/socks_config.cpp
+  config/xml_store.cpp)
 
 # The kinds of Windows the dialogs tell apart.
 set(DX_PORTABLE_ui

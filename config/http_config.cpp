@@ -11,7 +11,16 @@ const PickLog kPickLog = {"CHttpConfig::PickProxy - Comparing host name %s vs %s
 
 }  // namespace
 
-CHttpConfig::CHttpConfig() = default;
+CHttpConfig::CHttpConfig() {
+    // The settings file, whatever it holds, else the registry, whose maps are then to move into the file.
+    // What a reader raises leaves here, and the list goes with the object.
+    if (ReadSettingsFile() != 0) {
+        MigrationState = 0;
+        return;
+    }
+    MigrationState = -1;
+    if (ReadFromRegistry() != 0) MigrationState = 1;
+}
 
 CProxyMap* CHttpConfig::NewMap() { return NewFamilyMap("80", ""); }
 

@@ -10,6 +10,8 @@
 #include "linked_list.h"
 #include "map_rules.h"
 
+class CMapStore;
+
 struct CMapEndpoint {
     uint32_t Address;  // network order; 0: not resolved yet
     uint32_t Mask;     // network order; filled only when a caller asks for it
@@ -63,6 +65,11 @@ public:
     // look-up is reported and logged with its WinSock error, which stays set, and caches nothing.
     // `mask`, where given, gets the wildcard mask that goes with the address (0 on failure).
     static uint32_t ResolveAddress(CMapEndpoint& endpoint, uint32_t* mask);
+
+    // The map `id` of the store's family in the settings document (xml_store.h). 0 without a document.
+    int ReadMapFromXml(CMapStore& store, const wchar_t* id, int isDefault);
+    // The record into the map `id`: 1, or 0 without a document.
+    int WriteMapToXml(CMapStore& store, const wchar_t* id);
 
     uint32_t UseProxy;
     uint32_t IsDefaultMap;

@@ -9,6 +9,8 @@
 #include "map_rules.h"
 #include "proxy_map.h"
 
+class CMapStore;
+
 class CProxyMapSet : public CLinkedList {
 public:
     // The maps go with the set, also when a derived constructor raises.
@@ -23,6 +25,15 @@ public:
 
 protected:
     CProxyMapSet() = default;
+
+    // What the stores tell apart between the families.
+    struct StoreFamily {
+        const wchar_t* type;       // "SOCKS", "HTTP"
+        const char* readXmlLine;   // logged by ReadFromXml
+        CProxyMap* (*newMap)();
+    };
+    int ReadMapsFromXml(const StoreFamily& family, CMapStore* store);
+    int WriteMapsToXml(const StoreFamily& family, CMapStore* store);
 
     // A record with the family's defaults: `ResetToDefaults` once more, then the family's port and user.
     static CProxyMap* NewFamilyMap(const char* defaultPort, const char* user);

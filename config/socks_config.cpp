@@ -10,7 +10,16 @@ const PickLog kPickLog = {"CSocksConfig::PickProxy - Comparing host name %s vs %
 
 }  // namespace
 
-CSocksConfig::CSocksConfig() = default;
+CSocksConfig::CSocksConfig() {
+    // The settings file, whatever it holds, else the registry, whose maps are then to move into the file.
+    // What a reader raises leaves here, and the list goes with the object.
+    if (ReadSettingsFile() != 0) {
+        MigrationState = 0;
+        return;
+    }
+    MigrationState = -1;
+    if (ReadFromRegistry() != 0) MigrationState = 1;
+}
 
 CProxyMap* CSocksConfig::NewMap() { return NewFamilyMap("1080", "Guest"); }
 

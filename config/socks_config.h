@@ -7,11 +7,26 @@
 
 class CSocksConfig : public CProxyMapSet {
 public:
-    // An empty set, MigrationState -1.
+    // Reads the settings file (MigrationState 0), else the registry (1), else stays empty (-1).
     CSocksConfig();
 
     // A record of this family: proxy port and DefaultPort "1080", user "Guest", version 4.
     static CProxyMap* NewMap();
+
+    // The settings file into SettingsDocument, then ReadFromXml: 1, or 0 when there is no file to read
+    // or it does not parse. A number that is none raises (config_number.h).
+    int ReadSettingsFile();
+    // The family's maps from SettingsDocument, in one walk of it (CMapIndex): 0 without a document, else
+    // 1, also when the family has no maps there. `store` reads through another store of the document.
+    int ReadFromXml();
+    int ReadFromXml(CMapStore& store);
+    // The maps into SettingsDocument (made when missing), renumbered from 1, and the count. 1 for an
+    // empty set, which leaves the document alone.
+    int WriteToXml();
+    int WriteToXml(CMapStore& store);
+    // WriteToXml, with the other family's registry maps when this set came from the registry, and the
+    // document into the settings file; after a written file both registry trees go.
+    int WriteConfiguration();
 
     // The first map whose host is `host` without regard to case, or "*", and whose port is `port` (host
     // order), or 0 or "*"; null when none is. Logs each comparison. The map stays the set's.

@@ -3,6 +3,7 @@
 // fixed frame (settings_text.h).
 #pragma once
 
+#include <cstdint>
 #include <string>
 
 #include "xml_document.h"
@@ -21,6 +22,16 @@ public:
     HRESULT GetXml(std::wstring& result, IXMLDOMNode* node = nullptr);
     // The version attribute of the root as ANSI text, empty when there is none.
     std::string GetVersion();
+
+    // The proxy maps of the family `type` ("SOCKS", "HTTP"), each by its selection from the root
+    // (settings_maps.h has the same on an index of the document, and what each does).
+    HRESULT GetMapCountText(const wchar_t* type, std::string& text);
+    HRESULT SetMapCount(const wchar_t* type, int32_t count);
+    HRESULT GetMapValue(const wchar_t* type, const wchar_t* id, const wchar_t* name, std::string& result);
+    HRESULT SetMapValue(const wchar_t* type, const wchar_t* id, const wchar_t* name, const char* value);
+
+private:
+    friend class CMapStore;
 };
 
 // The process's document, or null: no file parsed and no new document started. Not null means that
