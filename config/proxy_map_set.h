@@ -11,6 +11,13 @@
 
 class CMapStore;
 
+// What the settings file's store tells apart between the families.
+struct MapStoreFamily {
+    const wchar_t* type;      // "SOCKS", "HTTP"
+    const char* readXmlLine;  // logged by ReadFromXml
+    CProxyMap* (*newMap)();
+};
+
 class CProxyMapSet : public CLinkedList {
 public:
     // The maps go with the set, also when a derived constructor raises.
@@ -26,15 +33,10 @@ public:
 protected:
     CProxyMapSet() = default;
 
-    // What the stores tell apart between the families.
-    struct StoreFamily {
-        const wchar_t* type;       // "SOCKS", "HTTP"
-        const char* readXmlLine;   // logged by ReadFromXml
-        CProxyMap* (*newMap)();
-    };
-    int ReadMapsFromXml(const StoreFamily& family, CMapStore* store);
-    int WriteMapsToXml(const StoreFamily& family, CMapStore* store);
-
+    // The settings file's readers and writers of both families (xml_store.cpp); a null store: an index
+    // of SettingsDocument.
+    int ReadMapsFromXml(const MapStoreFamily& family, CMapStore* store);
+    int WriteMapsToXml(const MapStoreFamily& family, CMapStore* store);
     // A record with the family's defaults: `ResetToDefaults` once more, then the family's port and user.
     static CProxyMap* NewFamilyMap(const char* defaultPort, const char* user);
     // The first map that takes the destination (map_rules.h: PickFirstMap), or null; `log` names the

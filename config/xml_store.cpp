@@ -15,9 +15,9 @@
 
 namespace {
 
-const CProxyMapSet::StoreFamily kSocksStore = {L"SOCKS", "Reading SOCKS proxy configuration from XML.",
+const MapStoreFamily kSocksStore = {L"SOCKS", "Reading SOCKS proxy configuration from XML.",
                                                 CSocksConfig::NewMap};
-const CProxyMapSet::StoreFamily kHttpStore = {L"HTTP", "Reading HTTP proxy configuration from XML.",
+const MapStoreFamily kHttpStore = {L"HTTP", "Reading HTTP proxy configuration from XML.",
                                                CHttpConfig::NewMap};
 
 const char kWriteLine[] = "Writing configuration to settings file.";
@@ -108,7 +108,7 @@ int CProxyMap::WriteMapToXml(CMapStore& store, const wchar_t* id) {
     return 1;
 }
 
-int CProxyMapSet::ReadMapsFromXml(const StoreFamily& family, CMapStore* store) {
+int CProxyMapSet::ReadMapsFromXml(const MapStoreFamily& family, CMapStore* store) {
     SOCKS_LogString(family.readXmlLine);
     Clear();
     if (SettingsDocument == nullptr) return 0;
@@ -138,7 +138,7 @@ int CProxyMapSet::ReadMapsFromXml(const StoreFamily& family, CMapStore* store) {
     return 1;
 }
 
-int CProxyMapSet::WriteMapsToXml(const StoreFamily& family, CMapStore* store) {
+int CProxyMapSet::WriteMapsToXml(const MapStoreFamily& family, CMapStore* store) {
     if (head == nullptr) return 1;
     std::unique_ptr<CMapStore> index;
     if (store == nullptr) {

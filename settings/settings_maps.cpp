@@ -176,7 +176,8 @@ HRESULT CMapStore::SetValue(const wchar_t* id, const wchar_t* name, const char* 
         made[level++] = inHand;
         return true;
     };
-    auto appendTo = [&](HRESULT found, IXMLDOMNode* parent) {
+    // Appends the chain to the node a Find gave, when it gave one.
+    auto attach = [&](HRESULT found, IXMLDOMNode* parent) {
         if (FAILED(found) || parent == nullptr) return false;
         IXMLDOMNode* appended = nullptr;
         HRESULT outcome = parent->appendChild(inHand, &appended);
@@ -185,18 +186,27 @@ HRESULT CMapStore::SetValue(const wchar_t* id, const wchar_t* name, const char* 
         if (SUCCEEDED(outcome)) Added(id, name, made);
         return true;
     };
+    auto appendTo = [&](HRESULT (CMapStore::*find)(IXMLDOMNode**)) {
+        IXMLDOMNode* parent = nullptr;
+        HRESULT found = (this->*find)(&parent);
+        return attach(found, parent);
+    };
+    auto appendToMap = [&]() {
+        IXMLDOMNode* parent = nullptr;
+        HRESULT found = FindMap(id, &parent);
+        return attach(found, parent);
+    };
     std::wstring text = Widen(value);
     bool done = false;
-    IXMLDOMNode* parent = nullptr;
     if (addParent(name, L"value", text.c_str())) {
-        done = appendTo(FindMap(id, &parent), parent);
+        done = appendToMap();
         if (!done && addParent(L"Map", L"id", id)) {
-            done = appendTo(FindMaps(&parent), parent);
+            done = appendTo(&CMapStore::FindMaps);
             if (!done && addParent(L"Maps", nullptr, nullptr)) {
-                done = appendTo(FindProxy(&parent), parent);
+                done = appendTo(&CMapStore::FindProxy);
                 if (!done && addParent(L"Proxy", L"type", type_.c_str())) {
-                    done = appendTo(FindProxies(&parent), parent);
-                    if (!done && addParent(L"Proxies", nullptr, nullptr)) done = appendTo(FindSettings(&parent), parent);
+                    done = appendTo(&CMapStore::FindProxies);
+                    if (!done && addParent(L"Proxies", nullptr, nullptr)) done = appendTo(&CMapStore::FindSettings);
                 }
             }
         }
