@@ -7,7 +7,8 @@
 //
 // It uses the settings file and Software\Verdane of both hives, which it clears before and after.
 // Flags: --maps=1,10,100,500 the sizes; --runs=N (15) timed runs of each operation and size;
-// --batch-ms=N (20) the least time of one timed batch of reads, --batches=N (15); --rows=PATH.
+// --batch-ms=N (20) the least time of one timed batch of reads, --batches=N (15); --rows=PATH;
+// --store-maps=1,10,100,1000 the proxy store's sizes.
 #include <winsock2.h>
 #include <windows.h>
 #include <shlobj.h>
@@ -18,7 +19,10 @@
 #include <vector>
 
 #include "bench_util.h"
+#include "config_sets.h"
 #include "settings_file.h"
+#include "settings_maps.h"
+#include "suite_library.h"
 #include "xml_registry.h"
 
 namespace {
@@ -202,6 +206,129 @@ void NumberReads(const dxbench::Flags& flags, dxbench::ResultTable& table) {
               "our suite library's registry made of XML text; no wineserver request");
 }
 
+
+// The proxy maps in the settings file: ReadFromXml of 1 to 1000 maps a family from the document in
+// memory, WriteToXml of as many into a new document, and a migration: a SOCKS set read from the
+// registry, written with the HTTP family's maps into the file, both trees deleted.
+CProxyMap* StoreMap(int i, bool socks) {
+    CProxyMap* map = socks ? CSocksConfig::NewMap() : CHttpConfig::NewMap();
+    const std::string n = std::to_string(i);
+    map->SetDestinationAddress(("host" + n + ".example").c_str());
+    map->SetDestinationPort(std::to_string(1 + i % 65535).c_str());
+    map->SetProxyAddress(("10.0." + std::to_string(i / 250 % 250) + "." + std::to_string(i % 250 + 1)).c_str());
+    map->SetProxyPort(socks ? "1080" : "8080");
+    map->SetProxyUser(("user" + n).c_str());
+    map->ProtocolVersion = 5;
+    map->SetUseProxy(1);
+    return map;
+}
+
+template <typename Set>
+void FillStoreSet(Set& set, int count, bool socks) {
+    set.Clear();
+    for (int i = 1; i <= count + 1; ++i) {
+        CProxyMap* map = StoreMap(i, socks);
+        if (i > count) map->IsDefaultMap = 1;
+        set.Append(map);
+    }
+}
+
+void PutRegistryMaps(const char* family, int count) {
+    auto put = [](const std::string& path, const char* name, DWORD type, const void* data, DWORD size) {
+        HKEY key = nullptr;
+        if (RegCreateKeyExA(HKEY_CURRENT_USER, path.c_str(), 0, nullptr, 0, KEY_WRITE, nullptr, &key, nullptr) !=
+                ERROR_SUCCESS ||
+            RegSetValueExA(key, name, 0, type, static_cast<const BYTE*>(data), size) != ERROR_SUCCESS) {
+            throw std::runtime_error("a value could not be placed in the registry");
+        }
+        RegCloseKey(key);
+    };
+    const std::string root = std::string("Software\\Verdane\\Network Protocols\\") + family;
+    const DWORD numbered = static_cast<DWORD>(count), one = 1;
+    put(root, "Count", REG_DWORD, &numbered, sizeof numbered);
+    for (int i = 1; i <= count + 1; ++i) {
+        char name[16];
+        std::snprintf(name, sizeof name, "Map %03d", i);
+        const std::string path = root + "\\" + (i <= count ? std::string(name) : std::string("Default Map"));
+        const std::string host = "host" + std::to_string(i) + ".example", proxy = "10.0.0." + std::to_string(i % 250 + 1);
+        if (i <= count) put(path, "Destination Address", REG_SZ, host.c_str(), static_cast<DWORD>(host.size() + 1));
+        put(path, "Proxy Address", REG_SZ, proxy.c_str(), static_cast<DWORD>(proxy.size() + 1));
+        put(path, "Use Proxy", REG_DWORD, &one, sizeof one);
+    }
+}
+
+void ProxyStore(const dxbench::Flags& flags, dxbench::ResultTable& table) {
+    // As the entry routine does: otherwise each host set would look for the resource library anew.
+    g_resourceLibrary.Initialise(GetModuleHandleA(nullptr), "DXSOCKS.DLL");
+    std::vector<int> sizes;
+    for (const char* size : {"1", "10", "100", "1000"}) {
+        if (flags.Text("store-maps", "1,10,100,1000").find(size) != std::string::npos) sizes.push_back(std::atoi(size));
+    }
+    const int runs = static_cast<int>(flags.Number("runs", 15));
+    std::vector<double> medians[3];
+    for (int size : sizes) {
+        CSocksConfig socks;
+        CHttpConfig http;
+        FillStoreSet(socks, size, true);
+        FillStoreSet(http, size, false);
+        SettingsDocument = CreateSettings(nullptr);
+        if (socks.WriteToXml() != 1 || http.WriteToXml() != 1) throw std::runtime_error("WriteToXml failed");
+        CPXMSettings* both = SettingsDocument;
+        const dxbench::Summary read = TimeRuns(runs, [&] {
+            SettingsDocument = both;
+            if (socks.ReadFromXml() != 1 || socks.Count() != static_cast<uint32_t>(size + 1)) {
+                throw std::runtime_error("ReadFromXml read another set");
+            }
+        });
+        // Each write into a new document, dropped afterwards as the library drops its own.
+        const dxbench::Summary write = TimeRuns(runs, [&] {
+            SettingsDocument = CreateSettings(nullptr);
+            if (socks.WriteToXml() != 1) throw std::runtime_error("WriteToXml failed");
+            delete SettingsDocument;
+            SettingsDocument = nullptr;
+        });
+        const int migrationRuns = runs < 5 ? runs : 5;
+        std::vector<double> samples;
+        for (int i = 0; i < migrationRuns; ++i) {
+            ClearStore();
+            PutRegistryMaps("SOCKS", size);
+            PutRegistryMaps("HTTP", size);
+            SettingsDocument = nullptr;
+            delete g_pSocksConfig;
+            delete g_pHttpConfig;
+            g_pSocksConfig = new CSocksConfig();
+            g_pHttpConfig = new CHttpConfig();
+            if (g_pSocksConfig->MigrationState != 1) throw std::runtime_error("the registry was not read");
+            double start = dxbench::NowNs();
+            g_pSocksConfig->WriteConfiguration();
+            samples.push_back(dxbench::NowNs() - start);
+            if (g_pSocksConfig->MigrationState != 0) throw std::runtime_error("the migration did not end");
+        }
+        const dxbench::Summary migration = dxbench::Summarize(samples);
+        medians[0].push_back(read.median);
+        medians[1].push_back(write.median);
+        medians[2].push_back(migration.median);
+        const std::string maps = std::to_string(size) + " maps";
+        table.Add("settings store", "ReadFromXml, " + maps, read.count, read.median, read.p99,
+                  "SOCKS, one walk of the document holding both families; " + dxbench::FormatNs(read.median / size) +
+                      " per map");
+        table.Add("settings store", "WriteToXml, " + maps, write.count, write.median, write.p99,
+                  "SOCKS into a new document; " + dxbench::FormatNs(write.median / size) + " per map");
+        table.Add("settings store", "migration, " + maps + " a family", migration.count, migration.median,
+                  migration.p99,
+                  "SOCKS WriteConfiguration of a registry set: HTTP read from the registry, file written, both trees "
+                  "deleted");
+        delete both;
+        SettingsDocument = nullptr;
+    }
+    const char* names[] = {"ReadFromXml", "WriteToXml", "migration"};
+    for (int op = 0; op < 3; ++op) {
+        table.Add("settings store", std::string(names[op]) + ", per map", sizes.size(), Slope(sizes, medians[op]),
+                  dxbench::kNoValue, "least squares over the sizes (Median column: the slope)");
+    }
+    ClearStore();
+}
+
 }  // namespace
 
 int main(int argc, char** argv) {
@@ -211,6 +338,7 @@ int main(int argc, char** argv) {
         ClearStore();
         FilesAndDocuments(flags, table);
         NumberReads(flags, table);
+        ProxyStore(flags, table);
         ClearStore();
         return table.Print() ? 0 : 1;
     } catch (const std::exception& error) {

@@ -7,6 +7,7 @@
 #include <ostream>
 
 #include "settings_file.h"
+#include "suite_library.h"
 #include "test_helpers.h"
 
 namespace dxtest {
@@ -84,6 +85,19 @@ std::vector<MapFields> FieldsOf(const CLinkedList& set) {
     }
     return fields;
 }
+
+namespace {
+
+// The resource library held as the entry routine holds it: once found, for good. Unset, every map's
+// host would look for it again, through the suite library, at each write of a host.
+class ResourceLibraryAsAtAttach : public ::testing::Environment {
+public:
+    void SetUp() override { g_resourceLibrary.Initialise(GetModuleHandleA(nullptr), "DXSOCKS.DLL"); }
+};
+
+const auto* const g_environment = ::testing::AddGlobalTestEnvironment(new ResourceLibraryAsAtAttach);
+
+}  // namespace
 
 void ProxyStoreTest::SetUp() {
     ClearSettingsStore();
