@@ -15,6 +15,7 @@
 
 #include "config_api.h"
 #include "config_sets.h"
+#include "socks_api.h"
 #include "copied_program.h"
 #include "log_capture.h"
 #include "module_files.h"
@@ -137,6 +138,16 @@ ChildSets ReadInFreshProcess() {
     sets.ran = run.ended;
     DeleteFileA(out.c_str());
     return sets;
+}
+
+// A case of this program in a fresh process: what this one read before must not count.
+void RunChild(const std::string& suite, const std::string& name) {
+    dxtest::CopiedRun run = dxtest::RunInCopiedProgram({{dxtest::BesideProgram("KVTSOCK2.DLL"), "KVTSOCK2.DLL"}},
+                                                       suite + ".DISABLED_" + name);
+    ASSERT_TRUE(run.started);
+    EXPECT_TRUE(run.ended) << run.output;
+    EXPECT_EQ(run.exitCode, 0u) << run.output;
+    EXPECT_NE(run.output.find("[  PASSED  ] 1 test."), std::string::npos) << run.output;
 }
 
 class XmlMigrationTest : public dxtest::ProxyStoreTest {
@@ -388,6 +399,75 @@ TEST_F(XmlMigrationTest, HostLoadsTheLibraryWhateverTheFileRaises) {
     }
 }
 
+// Bad values of the older stores, read at construction and moved into the file: the reader's results,
+// no crash.
+TEST_F(XmlMigrationTest, BadRegistryAndIniValuesMoveAsTheReaderTakesThem) {
+    ASSERT_TRUE(dxtest::PutText(Hive::kUser, kFamilies + "SOCKS", "Count", "12345"));
+    ASSERT_TRUE(dxtest::PutText(Hive::kUser, MapPath("SOCKS", -1), "Protocol Version", "12345"));
+    ASSERT_TRUE(dxtest::PutText(Hive::kUser, MapPath("SOCKS", -1), "Proxy Address", "p.example"));
+    ASSERT_TRUE(dxtest::PutNumber(Hive::kUser, kFamilies + "HTTP", "Count", 0xFFFFFFFFu));
+    ASSERT_TRUE(dxtest::MakeKey(Hive::kUser, MapPath("HTTP", 1)));
+    {
+        std::ofstream ini(dxtest::IniFilePath(), std::ios::binary | std::ios::trunc);
+        ini << "[DXSOX16]\r\nProxy Address=" << std::string(2000, 'a') << "\r\n";
+    }
+    MakeSets();
+    ASSERT_EQ(g_pSocksConfig->Count(), 1u);
+    EXPECT_EQ(static_cast<CProxyMap*>(g_pSocksConfig->At(0))->ProtocolVersion, 4u);
+    ASSERT_EQ(g_pHttpConfig->Count(), 1u);
+    EXPECT_EQ(std::string(static_cast<CProxyMap*>(g_pHttpConfig->At(0))->Proxy.Host), std::string(1023, 'a'));
+    EXPECT_EQ(g_pHttpConfig->WriteConfiguration(), 1);
+    CSocksConfig socks;
+    CHttpConfig http;
+    EXPECT_EQ(socks.MigrationState, 0);
+    ASSERT_EQ(socks.Count(), 1u);
+    EXPECT_STREQ(static_cast<CProxyMap*>(socks.At(0))->Proxy.Host, "p.example");
+    ASSERT_EQ(http.Count(), 1u);
+    EXPECT_EQ(std::string(static_cast<CProxyMap*>(http.At(0))->Proxy.Host), std::string(1023, 'a'));
+    // An ini file of bytes that are no text.
+    dxtest::ClearSettingsStore();
+    SettingsDocument = nullptr;
+    std::string bytes;
+    for (int i = 0; i < 4096; ++i) bytes += static_cast<char>((i * 7919) & 0xFF);
+    {
+        std::ofstream ini(dxtest::IniFilePath(), std::ios::binary | std::ios::trunc);
+        ini << "[DXSOX16]\r\n" << bytes;
+    }
+    ASSERT_TRUE(dxtest::PutNumber(Hive::kUser, kFamilies + "SOCKS", "Count", 1));
+    MakeSets();
+    ASSERT_EQ(g_pSocksConfig->Count(), 2u);
+    EXPECT_EQ(g_pSocksConfig->WriteConfiguration(), 1);
+    CSocksConfig again;
+    EXPECT_EQ(again.MigrationState, 0);
+    EXPECT_EQ(FieldsOf(again), AsTheFileKeepsThem(FieldsOf(*g_pSocksConfig)));
+}
+
+TEST_F(XmlMigrationTest, InMemoryRegistryGivesTheValuesWhileTheRealKeyExists) {
+    RunChild("XmlMigrationChild", "InMemoryRegistry");
+}
+
+TEST(XmlMigrationChild, DISABLED_InMemoryRegistry) {
+    const char text[] =
+        "<Registry><Key name=\"HKEY_CURRENT_USER\"><Key name=\"Software\"><Key name=\"Verdane\">"
+        "<Key name=\"Network Protocols\"><Key name=\"SOCKS\"><Value name=\"Count\" type=\"4\" hex=\"01000000\"/>"
+        "<Key name=\"Map 001\"><Value name=\"Proxy Address\" type=\"1\" hex=\"6d656d00\"/></Key>"
+        "</Key></Key></Key></Key></Key></Registry>";
+    ASSERT_EQ(SOCKS_SetXMLConfig(text), 1);
+    {
+        CSocksConfig none;
+        EXPECT_EQ(none.MigrationState, -1);
+        EXPECT_EQ(none.Count(), 0u);
+    }
+    ASSERT_TRUE(dxtest::PutNumber(Hive::kUser, kFamilies + "SOCKS", "Count", 3));
+    CSocksConfig socks;
+    EXPECT_EQ(socks.MigrationState, 1);
+    ASSERT_EQ(socks.Count(), 2u);
+    EXPECT_STREQ(static_cast<CProxyMap*>(socks.At(0))->Proxy.Host, "mem");
+    EXPECT_EQ(socks.WriteConfiguration(), 1);
+    EXPECT_NE(dxtest::ReadSettingsBytes().find("<ProxyAddress value=\"mem\"/>"), std::string::npos);
+    dxtest::ClearSettingsStore();
+}
+
 // Each valid file cut short, and followed by text that is not markup.
 std::string ValidFile() {
     return dxtest::kSettingsHead +
@@ -427,42 +507,32 @@ TEST_F(XmlMigrationTest, HalfWrittenFilesGiveZeroAndNoDocumentAndChangeNothing) 
     EXPECT_TRUE(dxtest::GetValue(Hive::kUser, MapPath("SOCKS", 1), "Proxy Address").found);
 }
 
-// GetRegConfig, each case in a fresh process: what the process read before must not count.
-void RunRegConfigChild(const std::string& name) {
-    dxtest::CopiedRun run = dxtest::RunInCopiedProgram({{dxtest::BesideProgram("KVTSOCK2.DLL"), "KVTSOCK2.DLL"}},
-                                                       "GetRegConfigChild.DISABLED_" + name);
-    ASSERT_TRUE(run.started);
-    EXPECT_TRUE(run.ended) << run.output;
-    EXPECT_EQ(run.exitCode, 0u) << run.output;
-    EXPECT_NE(run.output.find("[  PASSED  ] 1 test."), std::string::npos) << run.output;
-}
-
 using GetRegConfigTest = dxtest::ProxyStoreTest;
 
 TEST_F(GetRegConfigTest, NoVerdaneKeyGivesNullEvenWithAFile) {
     ASSERT_TRUE(dxtest::WriteSettingsBytes(ValidFile()));
-    RunRegConfigChild("NoVerdaneKey");
+    RunChild("GetRegConfigChild", "NoVerdaneKey");
 }
 
 TEST_F(GetRegConfigTest, RegistryAloneGivesHttpBeforeSocksAndMakesNoFile) {
     PutRegistryFamily("SOCKS", 2);
     PutRegistryFamily("HTTP", 1);
-    RunRegConfigChild("RegistryAlone");
+    RunChild("GetRegConfigChild", "RegistryAlone");
     EXPECT_FALSE(dxtest::SettingsFileExists());
     EXPECT_TRUE(dxtest::KeyExists(Hive::kUser, kFamilies + "SOCKS"));
 }
 
 TEST_F(GetRegConfigTest, EmptyVerdaneKeyWithoutFileFailsAndLeavesThePointer) {
     ASSERT_TRUE(dxtest::MakeKey(Hive::kUser, ""));
-    RunRegConfigChild("EmptyVerdaneKey");
+    RunChild("GetRegConfigChild", "EmptyVerdaneKey");
 }
 
 TEST_F(GetRegConfigTest, FileWinsOverTheRegistryAndABadNumberReachesTheCaller) {
     PutRegistryFamily("SOCKS", 2);
     ASSERT_TRUE(dxtest::WriteSettingsBytes(ValidFile()));
-    RunRegConfigChild("FileWins");
+    RunChild("GetRegConfigChild", "FileWins");
     ASSERT_TRUE(dxtest::WriteSettingsBytes(dxtest::kSettingsHead + SettingsElement(ProxyElement("HTTP", "x", ""))));
-    RunRegConfigChild("BadNumber");
+    RunChild("GetRegConfigChild", "BadNumber");
 }
 
 const BSTR kUntouched = reinterpret_cast<BSTR>(static_cast<uintptr_t>(0x1234));
