@@ -102,4 +102,32 @@ wine reg delete "$np\FTP" /f >/dev/null
 timeout 60 wine "$exe" --cleanup-registry >/dev/null 2>&1
 if has_key 'HKCU\Software\Verdane'; then echo "an empty Software\Verdane stayed"; exit 1; fi
 
-echo "dxconnect relayed ${#payload} bytes in nine modes, reported a failed lookup and a 407, printed an XML registry and cleaned the registry up"
+# --show-config: an older installation's registry configuration as the settings file's XML, HTTP first,
+# with no file written; nothing to show without Software\Verdane.
+settings_file() { wine cmd /c 'if exist "%APPDATA%\Zelmont\Verdane\Settings.xml" echo present' 2>/dev/null | tr -d '\r'; }
+wine cmd /c 'del "%APPDATA%\Zelmont\Verdane\Settings.xml"' >/dev/null 2>&1 || true
+clear_verdane
+wine reg add "$np\SOCKS" /v Count /t REG_DWORD /d 1 /f >/dev/null
+wine reg add "$np\SOCKS\Map 001" /v 'Destination Address' /d 10.1.2.3 /f >/dev/null
+wine reg add "$np\SOCKS\Map 001" /v 'Proxy Address' /d 10.9.9.9 /f >/dev/null
+wine reg add "$np\SOCKS\Map 001" /v 'Use Proxy' /t REG_DWORD /d 1 /f >/dev/null
+wine reg add "$np\SOCKS\Map 001" /v 'Protocol Version' /t REG_DWORD /d 5 /f >/dev/null
+wine reg add "$np\HTTP\Default Map" /v 'Proxy Address' /d 10.8.8.8 /f >/dev/null
+wine reg add "$np\HTTP\Default Map" /v 'Proxy Port' /d 8080 /f >/dev/null
+wine reg add "$np\HTTP\Default Map" /v 'Basic Authentication' /t REG_DWORD /d 1 /f >/dev/null
+shown=$(timeout 60 wine "$exe" --show-config 2>&1 | tr -d '\r\n\t')
+for part in '<Settings version="25..2..0"><Proxies><Proxy type="HTTP"><Maps count="0"><Map id="Default"><BasicAuthentication value="1"/>' \
+  '<ProxyAddress value="10.8.8.8"/><ProxyPort value="8080"/>' \
+  '</Proxy><Proxy type="SOCKS"><Maps count="1"><Map id="1"><DestinationAddress value="10.1.2.3"/>' \
+  '<ProtocolVersion value="5"/><ProxyAddress value="10.9.9.9"/><ProxyPort value="1080"/>'; do
+  case "$shown" in *"$part"*) ;; *) echo "dxconnect --show-config lacks $part in: $shown"; exit 1 ;; esac
+done
+[ -z "$(settings_file)" ] || { echo "dxconnect --show-config wrote the settings file"; exit 1; }
+has_key "$np\SOCKS" || { echo "dxconnect --show-config changed the registry"; exit 1; }
+log=$(timeout 60 wine "$exe" -v --show-config 2>&1 >/dev/null | tr -d '\r')
+expected=$'DXSOCKS: Begin func GetRegConfig\nDXSOCKS: Reading HTTP proxy configuration from registry.\nDXSOCKS: Reading SOCKS proxy configuration from registry.'
+case "$log" in "$expected"*'End func GetRegConfig') ;; *) echo "dxconnect -v --show-config logged: $log"; exit 1 ;; esac
+clear_verdane
+if timeout 60 wine "$exe" --show-config >/dev/null 2>&1; then echo "dxconnect --show-config showed a configuration without Software\Verdane"; exit 1; fi
+
+echo "dxconnect relayed ${#payload} bytes in nine modes, reported a failed lookup and a 407, printed an XML registry, cleaned the registry up and showed its configuration"

@@ -4,6 +4,7 @@
 #include <ws2tcpip.h>
 #include <windows.h>
 
+#include "config_api.h"
 #include "http_api.h"
 #include "registry_api.h"
 #include "socks_api.h"
@@ -26,6 +27,7 @@ const char kUsage[] =
     "Usage: dxconnect [options] DEST_HOST DEST_PORT\n"
     "       dxconnect [-v] -r FILE\n"
     "       dxconnect [-v] --cleanup-registry\n"
+    "       dxconnect [-v] --show-config\n"
     "\n"
     "Connects to DEST_HOST:DEST_PORT through a proxy with DXSOCKS.DLL, then sends standard input\n"
     "to the connection and writes what comes back to standard output.\n"
@@ -50,9 +52,13 @@ const char kUsage[] =
     "                 delete the older proxy configuration of the current user from the\n"
     "                 registry (Software\\Verdane\\Network Protocols) through CleanupRegistry\n"
     "                 and exit\n"
+    "  --show-config  print the proxy configuration as GetRegConfig gives it: the settings\n"
+    "                 file's maps, else those of the older registry configuration, as the\n"
+    "                 settings file's XML; writes nothing\n"
     "  -h             show this help\n"
     "\n"
-    "Exit status: 0 done, 1 connect failed, connection lost or registry not loaded,\n"
+    "Exit status: 0 done, 1 connect failed, connection lost, registry not loaded or no\n"
+    "configuration to show,\n"
     "2 usage error, 3 local setup failed.\n";
 
 enum class ProxyType { Socks4, Socks5, Http };
@@ -73,6 +79,7 @@ struct Options {
     double waitSeconds = 2.0;
     std::string registryFile;  // -r: load and print an XML registry instead of connecting
     bool cleanupRegistry = false;
+    bool showConfig = false;  // --show-config: print GetRegConfig's text instead of connecting
 };
 
 const char *TypeName(ProxyType type) { return kTypeNames[static_cast<int>(type)]; }
@@ -112,6 +119,10 @@ int ParseOptions(int argc, char **argv, Options *o) {
         }
         if (arg == "--cleanup-registry") {
             o->cleanupRegistry = true;
+            continue;
+        }
+        if (arg == "--show-config") {
+            o->showConfig = true;
             continue;
         }
         const char flag = arg[1];
@@ -162,6 +173,11 @@ int ParseOptions(int argc, char **argv, Options *o) {
                 return UsageError("-w: '" + value + "' is not a number of seconds from 0 to 1000000");
             o->waitSeconds = seconds;
         }
+    }
+    if (o->showConfig) {
+        if (haveProxy || !positional.empty() || !o->registryFile.empty() || o->cleanupRegistry)
+            return UsageError("--show-config takes no other option but -v");
+        return -1;
     }
     if (o->cleanupRegistry) {
         if (haveProxy || !positional.empty() || !o->registryFile.empty())
@@ -479,10 +495,41 @@ int LoadRegistry(const Options &o) {
     return kExitOk;
 }
 
+// --show-config: GetRegConfig's text, in the ANSI code page as the library keeps its texts.
+int ShowConfig() {
+    BSTR text = nullptr;
+    unsigned int length = 0xFFFFFFFFu;
+    try {
+        length = GetRegConfig(&text);
+    } catch (...) {
+        // A number in the settings file that is none raises out of the library.
+        std::fprintf(stderr, "dxconnect: the settings file holds a number that is not one\n");
+        return kExitConnectFailed;
+    }
+    if (length == 0xFFFFFFFFu) {
+        std::fprintf(stderr, "dxconnect: no configuration (no Software\\Verdane key of the user, or no maps in the "
+                             "settings file or the registry)\n");
+        return kExitConnectFailed;
+    }
+    const int size = WideCharToMultiByte(CP_ACP, 0, text, static_cast<int>(length), nullptr, 0, nullptr, nullptr);
+    std::string narrow(size > 0 ? static_cast<size_t>(size) : 0, '\0');
+    if (size > 0) WideCharToMultiByte(CP_ACP, 0, text, static_cast<int>(length), &narrow[0], size, nullptr, nullptr);
+    SysFreeString(text);
+    std::fputs(narrow.c_str(), stdout);
+    std::fputs("\n", stdout);
+    return kExitOk;
+}
+
 int main(int argc, char **argv) {
     Options o;
     const int parsed = ParseOptions(argc, argv, &o);
     if (parsed >= 0) return parsed;
+    if (o.showConfig) {
+        if (o.verbose) SOCKS_SetLoggingCallbackEx(stderr, LogToStream);
+        const int status = ShowConfig();
+        if (o.verbose) SOCKS_SetLoggingCallbackEx(nullptr, nullptr);
+        return status;
+    }
     if (o.cleanupRegistry) {
         if (o.verbose) SOCKS_SetLoggingCallbackEx(stderr, LogToStream);
         CleanupRegistry();

@@ -72,6 +72,11 @@ protected:
                     std::to_string(position));
     }
 
+    // Making a set reads the stores: there are none for these cases.
+    struct EmptyStore {
+        EmptyStore() { dxtest::ClearSettingsStore(); }
+        ~EmptyStore() { dxtest::ClearSettingsStore(); }
+    } emptyStore;
     Set set;
 };
 
