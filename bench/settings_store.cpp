@@ -57,19 +57,19 @@ std::string SettingsText(int count) {
     return text + "</Maps></SOCKS></Settings>";
 }
 
-std::vector<int> Sizes(const dxbench::Flags& flags) {
+std::vector<int> Sizes(const dxbench::Flags& flags, const char* name = "maps", const char* sizesByDefault = "1,10,100,500") {
     std::vector<int> sizes;
-    const std::string text = flags.Text("maps", "1,10,100,500");
+    const std::string text = flags.Text(name, sizesByDefault);
     size_t start = 0;
     while (start < text.size()) {
         size_t end = text.find(',', start);
         if (end == std::string::npos) end = text.size();
         int size = std::atoi(text.substr(start, end - start).c_str());
-        if (size < 1 || size > 100000) throw std::runtime_error("--maps takes sizes from 1 to 100000");
+        if (size < 1 || size > 100000) throw std::runtime_error(std::string("--") + name + " takes sizes from 1 to 100000");
         sizes.push_back(size);
         start = end + 1;
     }
-    if (sizes.empty()) throw std::runtime_error("--maps names no size");
+    if (sizes.empty()) throw std::runtime_error(std::string("--") + name + " names no size");
     return sizes;
 }
 
@@ -260,10 +260,7 @@ void PutRegistryMaps(const char* family, int count) {
 void ProxyStore(const dxbench::Flags& flags, dxbench::ResultTable& table) {
     // As the entry routine does: otherwise each host set would look for the resource library anew.
     g_resourceLibrary.Initialise(GetModuleHandleA(nullptr), "DXSOCKS.DLL");
-    std::vector<int> sizes;
-    for (const char* size : {"1", "10", "100", "1000"}) {
-        if (flags.Text("store-maps", "1,10,100,1000").find(size) != std::string::npos) sizes.push_back(std::atoi(size));
-    }
+    const std::vector<int> sizes = Sizes(flags, "store-maps", "1,10,100,1000");
     const int runs = static_cast<int>(flags.Number("runs", 15));
     std::vector<double> medians[3];
     for (int size : sizes) {
