@@ -68,7 +68,9 @@ void PutRegistryFamily(const std::string& family, int count) {
             ASSERT_TRUE(dxtest::PutText(Hive::kUser, path, "Destination Port", std::to_string(100 + i)));
         }
         PutFlag(Hive::kUser, path, "Use Proxy", i, i % 2 == 0 ? 1 : 5);
-        if (i != 4 || index < 0) ASSERT_TRUE(dxtest::PutText(Hive::kUser, path, "Proxy Address", "proxy" + n + ".example"));
+        if (i != 4 || index < 0) {
+            ASSERT_TRUE(dxtest::PutText(Hive::kUser, path, "Proxy Address", "proxy" + n + ".example"));
+        }
         const Hive portHive = i == 2 ? Hive::kDefaultProfile : Hive::kUser;
         ASSERT_TRUE(dxtest::PutText(portHive, path, "Proxy Port", std::to_string(2000 + i)));
         ASSERT_TRUE(dxtest::PutText(Hive::kUser, path, "Proxy User", i == 5 ? std::string(511, 'u') : "user" + n));
@@ -191,8 +193,12 @@ void Migrate(int count) {
         EXPECT_EQ(socks[3].useProxy, 11u);
         EXPECT_EQ(socks[3].user, "iniuser");
     }
-    if (count >= 5) EXPECT_EQ(http[4].user.size(), 511u);
-    if (count >= 2) EXPECT_EQ(socks[1].proxyPort, "2002");
+    if (count >= 5) {
+        EXPECT_EQ(http[4].user.size(), 511u);
+    }
+    if (count >= 2) {
+        EXPECT_EQ(socks[1].proxyPort, "2002");
+    }
 
     dxtest::LogCapture capture;
     const int result = kSocksWrites ? g_pSocksConfig->WriteConfiguration() : g_pHttpConfig->WriteConfiguration();
