@@ -247,9 +247,9 @@ void PutRegistryMaps(const char* family, int count) {
     const DWORD numbered = static_cast<DWORD>(count), one = 1;
     put(root, "Count", REG_DWORD, &numbered, sizeof numbered);
     for (int i = 1; i <= count + 1; ++i) {
-        char name[16];
-        std::snprintf(name, sizeof name, "Map %03d", i);
-        const std::string path = root + "\\" + (i <= count ? std::string(name) : std::string("Default Map"));
+        std::string number = std::to_string(i);
+        if (number.size() < 3) number.insert(0, 3 - number.size(), '0');
+        const std::string path = root + "\\" + (i <= count ? "Map " + number : std::string("Default Map"));
         const std::string host = "host" + std::to_string(i) + ".example", proxy = "10.0.0." + std::to_string(i % 250 + 1);
         if (i <= count) put(path, "Destination Address", REG_SZ, host.c_str(), static_cast<DWORD>(host.size() + 1));
         put(path, "Proxy Address", REG_SZ, proxy.c_str(), static_cast<DWORD>(proxy.size() + 1));

@@ -1,11 +1,11 @@
 #include "xml_store.h"
 
-#include <cstdio>
 #include <cwchar>
 #include <memory>
 #include <new>
 #include <string>
 
+#include "bounded_text.h"
 #include "config_api.h"
 #include "config_number.h"
 #include "config_sets.h"
@@ -60,7 +60,7 @@ int GetMapCount(CMapStore& store) {
     return ConvertConfigNumber(text.c_str());
 }
 
-void FormatMapId(wchar_t (&id)[16], int32_t number) { std::swprintf(id, 16, L"%d", static_cast<int>(number)); }
+void FormatMapId(wchar_t (&id)[16], int32_t number) { CopyText(id, std::to_wstring(number).c_str()); }
 
 int CProxyMap::ReadMapFromXml(CMapStore& store, const wchar_t* id, int isDefault) {
     if (store.Document() == nullptr) return 0;
@@ -97,10 +97,9 @@ int CProxyMap::WriteMapToXml(CMapStore& store, const wchar_t* id) {
         store.SetValue(id, L"DestinationAddress", GetDestinationAddress());
         store.SetValue(id, L"DestinationPort", GetDestinationPort());
     }
-    char version[16];
-    std::snprintf(version, sizeof version, "%d", static_cast<int>(ProtocolVersion));
+    const std::string version = std::to_string(static_cast<int32_t>(ProtocolVersion));
     store.SetValue(id, L"BasicAuthentication", FlagText(BasicAuthentication));
-    store.SetValue(id, L"ProtocolVersion", version);
+    store.SetValue(id, L"ProtocolVersion", version.c_str());
     store.SetValue(id, L"ProxyAddress", GetProxyAddress());
     store.SetValue(id, L"ProxyPort", GetProxyPort());
     store.SetValue(id, L"ProxyUser", GetProxyUser());
@@ -126,7 +125,7 @@ int CProxyMapSet::ReadMapsFromXml(const MapStoreFamily& family, CMapStore* store
         if (i < count) {
             FormatMapId(id, static_cast<int32_t>(i + 1));
         } else {
-            std::wcscpy(id, L"Default");
+            CopyText(id, L"Default");
         }
         // What a bad number raises leaves with the record in hand; the list keeps the maps before it.
         if (map->ReadMapFromXml(*store, id, i == count ? 1 : 0) == 0) {
@@ -152,7 +151,7 @@ int CProxyMapSet::WriteMapsToXml(const MapStoreFamily& family, CMapStore* store)
         auto* map = static_cast<CProxyMap*>(node);
         wchar_t id[16];
         if (map->IsDefaultMap != 0) {
-            std::wcscpy(id, L"Default");
+            CopyText(id, L"Default");
         } else {
             FormatMapId(id, counter);
         }

@@ -2,42 +2,17 @@
 
 #include <comdef.h>
 
-#include <cstdio>
 #include <cstdlib>
 #include <cwchar>
 #include <vector>
 
 #include "bounded_text.h"
+#include "xml_strings.h"
+
+using xmlcom::Bstr;
+using xmlcom::Release;
 
 namespace {
-
-template <typename Interface>
-void Release(Interface*& object) {
-    if (object != nullptr) object->Release();
-    object = nullptr;
-}
-
-// A string of the XML service, freed at the end of the scope. Out of memory raises _com_error.
-class Bstr {
-public:
-    Bstr() = default;
-    explicit Bstr(const wchar_t* text) : value(SysAllocString(text != nullptr ? text : L"")) {
-        if (value == nullptr) _com_issue_error(E_OUTOFMEMORY);
-    }
-    ~Bstr() { SysFreeString(value); }
-    Bstr(const Bstr&) = delete;
-    Bstr& operator=(const Bstr&) = delete;
-    BSTR Get() const { return value; }
-    BSTR* Out() {
-        SysFreeString(value);
-        value = nullptr;
-        return &value;
-    }
-    const wchar_t* Text() const { return value != nullptr ? value : L""; }
-
-private:
-    BSTR value = nullptr;
-};
 
 // ANSI text of the process's code page, widened.
 std::wstring Widen(const char* text) {
@@ -103,12 +78,11 @@ HRESULT CMapStore::SetCount(int32_t count) {
     Bstr name(L"count");
     HRESULT outcome = document_->XmlDocument->createAttribute(name.Get(), &attribute);
     if (FAILED(outcome) || attribute == nullptr) return FAILED(outcome) ? outcome : kXmlNotFound;
-    wchar_t digits[16];
-    std::swprintf(digits, 16, L"%d", static_cast<int>(count));
+    const std::wstring digits = std::to_wstring(count);
     VARIANT value;
     VariantInit(&value);
     value.vt = VT_BSTR;
-    value.bstrVal = SysAllocString(digits);
+    value.bstrVal = SysAllocString(digits.c_str());
     if (value.bstrVal == nullptr) {
         attribute->Release();
         _com_issue_error(E_OUTOFMEMORY);

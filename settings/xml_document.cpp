@@ -9,6 +9,10 @@
 
 #include "log.h"
 #include "settings_text.h"
+#include "xml_strings.h"
+
+using xmlcom::Bstr;
+using xmlcom::Release;
 
 namespace {
 
@@ -17,30 +21,6 @@ const CLSID kDomDocumentClass = {0xF6D90F11, 0x9C73, 0x11D3, {0xB3, 0x2E, 0x00, 
 const IID kDomDocument2Interface = {0x2933BF95, 0x7B36, 0x11D2, {0xB2, 0x0E, 0x00, 0xC0, 0x4F, 0x98, 0x3E, 0x60}};
 
 XmlTraceHook g_traceHook = nullptr;
-
-// A string of the XML service, freed at the end of the scope. Out of memory raises _com_error.
-class Bstr {
-public:
-    Bstr() = default;
-    explicit Bstr(const wchar_t* text) : value(SysAllocString(text != nullptr ? text : L"")) {
-        if (value == nullptr) _com_issue_error(E_OUTOFMEMORY);
-    }
-    ~Bstr() { SysFreeString(value); }
-    Bstr(const Bstr&) = delete;
-    Bstr& operator=(const Bstr&) = delete;
-
-    BSTR Get() const { return value; }
-    BSTR* Out() {
-        SysFreeString(value);
-        value = nullptr;
-        return &value;
-    }
-    // The service's null string reads as empty.
-    const wchar_t* Text() const { return value != nullptr ? value : L""; }
-
-private:
-    BSTR value = nullptr;
-};
 
 // A string variant, cleared at the end of the scope.
 class StringVariant {
@@ -60,11 +40,6 @@ private:
     VARIANT value;
 };
 
-template <typename Interface>
-void Release(Interface*& object) {
-    if (object != nullptr) object->Release();
-    object = nullptr;
-}
 
 }  // namespace
 

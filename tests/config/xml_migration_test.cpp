@@ -36,9 +36,9 @@ using dxtest::SettingsElement;
 const std::string kFamilies = "Network Protocols\\";
 
 std::string MapPath(const std::string& family, int index) {
-    char name[32];
-    std::snprintf(name, sizeof name, "Map %03d", index);
-    return kFamilies + family + "\\" + (index < 0 ? std::string("Default Map") : std::string(name));
+    std::string number = std::to_string(index);
+    if (number.size() < 3) number.insert(0, 3 - number.size(), '0');
+    return kFamilies + family + "\\" + (index < 0 ? std::string("Default Map") : "Map " + number);
 }
 
 bool TreeExists(const std::string& family) { return dxtest::KeyExists(Hive::kUser, kFamilies + family); }

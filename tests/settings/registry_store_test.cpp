@@ -71,9 +71,10 @@ protected:
 };
 
 TEST_F(RegistryStoreTest, WithoutAFamilyKeyThereIsNoConfiguration) {
-    dxtest::LogCapture capture;
+    // Made before the capture: their constructors read the stores too.
     CSocksConfig socks;
     CHttpConfig http;
+    dxtest::LogCapture capture;
     EXPECT_EQ(socks.ReadFromRegistry(), 0);
     EXPECT_EQ(http.ReadFromRegistry(), 0);
     EXPECT_EQ(capture.Lines(), (dxtest::Lines{dxtest::Line("Reading SOCKS proxy configuration from registry."),
@@ -138,8 +139,8 @@ TEST_F(RegistryStoreTest, AKeyTheUserMayOnlyReadIsNoConfiguration) {
 TEST_F(RegistryStoreTest, CountZeroWithADefaultMapGivesTheDefaultMapAlone) {
     ASSERT_TRUE(PutNumber(Hive::kUser, kSocksKey, "Count", 0));
     PutRegistryMap(kSocksDefault);
-    dxtest::LogCapture capture;
     CSocksConfig socks;
+    dxtest::LogCapture capture;
     ASSERT_EQ(socks.ReadFromRegistry(), 1);
     EXPECT_EQ(capture.Lines(), dxtest::Lines{dxtest::Line("Reading SOCKS proxy configuration from registry.")});
     auto maps = Maps(socks);
