@@ -21,9 +21,11 @@
 #include <vector>
 
 #include "bench_util.h"
+#include "lifecycle.h"
 #include "registry_names.h"
 #include "settings_file.h"
 #include "socks_config.h"
+#include "suite_library.h"
 #include "xml_registry.h"
 
 namespace {
@@ -242,6 +244,10 @@ void RegistryStoreReads(const dxbench::Flags& flags, dxbench::ResultTable& table
     const int runs = static_cast<int>(flags.Number("runs", 15));
     if (runs < 1) throw std::runtime_error("--runs must be at least 1");
     const std::string family = "Software\\Verdane\\Network Protocols\\SOCKS";
+    // Our strings, as the entry routine finds them at attach: without them each map's hosts would
+    // seek the resource library afresh.
+    g_hModule = GetModuleHandleA(nullptr);
+    g_resourceLibrary.Initialise(g_hModule, "DXSOCKS.DLL");
     std::vector<double> medians;
     int stored = 0;
     ClearStore();
