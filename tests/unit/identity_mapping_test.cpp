@@ -1,0 +1,260 @@
+// The identity table in named shared memory, and what a SOCKS handshake leaves in it. These cases look
+// at the block itself, which any SOCKS handshake of the prefix opens: their group runs alone.
+#include "identity_mapping.h"
+
+#include <gtest/gtest.h>
+
+#include <cstring>
+#include <string>
+#include <vector>
+
+#include "bench.h"
+#include "bounded_text.h"
+#include "log_capture.h"
+#include "socks_socket.h"
+#include "test_helpers.h"
+
+namespace {
+
+// Whether any process holds the block: it lives as long as one handle does.
+bool BlockExists() {
+    HANDLE mapping = OpenFileMappingA(FILE_MAP_READ, FALSE, kIdentityTableName);
+    if (mapping == nullptr) return false;
+    CloseHandle(mapping);
+    return true;
+}
+
+std::vector<uint8_t> Snapshot(HANDLE mapping) {
+    std::vector<uint8_t> block(kIdentityTableSize);
+    EXPECT_TRUE(IdentitySnapshot(mapping, block.data()));
+    return block;
+}
+
+// Writes a header word through a view of its own.
+void SetWord(HANDLE mapping, size_t offset, uint32_t value) {
+    auto* view = static_cast<uint8_t*>(MapViewOfFile(mapping, FILE_MAP_WRITE, 0, 0, kIdentityTableSize));
+    ASSERT_NE(view, nullptr);
+    std::memcpy(view + offset, &value, sizeof value);
+    UnmapViewOfFile(view);
+}
+
+std::string Lookup(unsigned local, unsigned remote) {
+    HANDLE reader = IdentityOpen(FILE_MAP_READ);
+    if (reader == nullptr) return "(no block)";
+    char name[kIdentityNameSize] = {};
+    int found = IdentityLookup(reader, local, remote, name, sizeof name);
+    CloseHandle(reader);
+    return found ? name : "(not found)";
+}
+
+class IdentityMappingTest : public ::testing::Test {
+protected:
+    void SetUp() override { ASSERT_FALSE(BlockExists()) << "a handshake or a test left the block open"; }
+};
+
+TEST_F(IdentityMappingTest, AReaderNeverCreatesTheBlock) {
+    SetLastError(0);
+    EXPECT_EQ(IdentityOpen(FILE_MAP_READ), nullptr);
+    EXPECT_FALSE(BlockExists());
+    EXPECT_EQ(GetLastError(), static_cast<DWORD>(ERROR_FILE_NOT_FOUND));
+}
+
+TEST_F(IdentityMappingTest, AWriterCreatesAFreshBlockThatGoesWithTheLastHandle) {
+    HANDLE mapping = IdentityOpen(FILE_MAP_WRITE);
+    ASSERT_NE(mapping, nullptr);
+    std::vector<uint8_t> block = Snapshot(mapping);
+    EXPECT_EQ(IdentityWord(block.data(), 0), 0x1DE8u);
+    EXPECT_EQ(IdentityWord(block.data(), 4), 1u);
+    EXPECT_EQ(IdentityWord(block.data(), 8), 0u);
+    EXPECT_EQ(IdentityWord(block.data(), 12), 0u);
+    for (size_t i = 16; i < 48; ++i) EXPECT_EQ(block[i], 0) << i;
+    EXPECT_EQ(IdentityWord(block.data(), 48), 76u);
+    EXPECT_EQ(IdentityWord(block.data(), 52), 100u);
+    CloseHandle(mapping);
+    EXPECT_FALSE(BlockExists());
+}
+
+TEST_F(IdentityMappingTest, WhatOneHandleAddsAnotherReadsAndARemoveTakesBack) {
+    HANDLE mapping = IdentityOpen(FILE_MAP_WRITE);
+    ASSERT_NE(mapping, nullptr);
+    EXPECT_EQ(IdentityAdd(mapping, 40001, 1080, "alice"), 1);
+    EXPECT_EQ(Lookup(40001, 1080), "alice");
+    EXPECT_EQ(Lookup(1080, 40001), "(not found)");
+    // A second open finds the same block and doesn't lay down a fresh header.
+    HANDLE again = IdentityOpen(FILE_MAP_WRITE);
+    ASSERT_NE(again, nullptr);
+    EXPECT_EQ(Lookup(40001, 1080), "alice");
+    IdentityRemove(again, 40001, 1080);
+    EXPECT_EQ(Lookup(40001, 1080), "(not found)");
+    CloseHandle(again);
+    CloseHandle(mapping);
+}
+
+TEST_F(IdentityMappingTest, AMutexOfTheNameLeavesNoMapping) {
+    HANDLE mutex = CreateMutexA(nullptr, FALSE, kIdentityTableName);
+    ASSERT_NE(mutex, nullptr);
+    SetLastError(0);
+    EXPECT_EQ(IdentityOpen(FILE_MAP_WRITE), nullptr);
+    EXPECT_EQ(GetLastError(), static_cast<DWORD>(ERROR_INVALID_HANDLE));
+    CloseHandle(mutex);
+}
+
+TEST_F(IdentityMappingTest, AMappingTooSmallForTheBlockFailsEveryView) {
+    HANDLE small = CreateFileMappingA(INVALID_HANDLE_VALUE, nullptr, PAGE_READWRITE, 0, 100, kIdentityTableName);
+    ASSERT_NE(small, nullptr);
+    HANDLE mapping = IdentityOpen(FILE_MAP_WRITE);
+    ASSERT_NE(mapping, nullptr);
+    EXPECT_EQ(IdentityAdd(mapping, 1, 2, "x"), 0);
+    IdentityRemove(mapping, 1, 2);
+    char name[kIdentityNameSize] = {};
+    EXPECT_EQ(IdentityRead(mapping, 1, 2, name, sizeof name), IdentityLookupResult::kRefused);
+    EXPECT_EQ(IdentityLookup(mapping, 1, 2, name, sizeof name), 0);
+    CloseHandle(mapping);
+    CloseHandle(small);
+}
+
+TEST_F(IdentityMappingTest, OtherLayoutsAreRefusedAndLeftAsTheyAre) {
+    HANDLE mapping = IdentityOpen(FILE_MAP_WRITE);
+    ASSERT_NE(mapping, nullptr);
+    ASSERT_EQ(IdentityAdd(mapping, 7, 8, "eve"), 1);
+    for (size_t offset : {kIdentityVersionAt, kIdentityEntrySizeAt}) {
+        uint32_t original = IdentityWord(Snapshot(mapping).data(), offset);
+        SetWord(mapping, offset, offset == kIdentityVersionAt ? 2 : 80);
+        std::vector<uint8_t> before = Snapshot(mapping);
+        EXPECT_EQ(IdentityAdd(mapping, 9, 10, "mallory"), 0);
+        IdentityRemove(mapping, 7, 8);
+        char name[kIdentityNameSize] = {};
+        EXPECT_EQ(IdentityRead(mapping, 7, 8, name, sizeof name), IdentityLookupResult::kRefused);
+        EXPECT_EQ(Snapshot(mapping), before) << offset;
+        SetWord(mapping, offset, original);
+    }
+    EXPECT_EQ(Lookup(7, 8), "eve");
+    CloseHandle(mapping);
+}
+
+// What CSocksSocket leaves in the table, at the unit testbed's fake proxy.
+class SocksIdentityTest : public ::testing::Test {
+protected:
+    void SetUp() override {
+        ASSERT_FALSE(BlockExists()) << "a handshake or a test left the block open";
+        s = dxtest::MakeTcpSocket();
+        ASSERT_NE(s, INVALID_SOCKET);
+        object = new CSocksSocket(s);
+        fake = dxtest::Loopback(dxtest::BenchPort("FAKE_PORT"));
+        dxtest::FakeReset();
+    }
+    void TearDown() override {
+        object->DropIdentity();
+        delete object;
+        closesocket(s);
+        dxtest::FakeReset();
+        EXPECT_FALSE(BlockExists());
+    }
+    uint16_t LocalPort() const {
+        sockaddr_in local = {};
+        int length = sizeof local;
+        getsockname(s, reinterpret_cast<sockaddr*>(&local), &length);
+        return ntohs(local.sin_port);
+    }
+
+    SOCKET s = INVALID_SOCKET;
+    CSocksSocket* object = nullptr;
+    sockaddr_in fake = {};
+};
+
+TEST_F(SocksIdentityTest, AHandshakeWithoutConnectFinishedKeepsItsEntryUntilDropped) {
+    // A destination without an address: SOCKS 4 fails in kConnected, where ConnectFinished doesn't follow.
+    dxtest::FakeScript("drain=3000");
+    object->SetProxy(&fake, sizeof fake, "frank", 4);
+    unsigned error = 0;
+    object->StartConnect(kCommandConnect, "0.0.0.0", 80, nullptr, &error);
+    ASSERT_EQ(object->state, kFailed);
+    EXPECT_NE(object->identityHandle, nullptr);
+    EXPECT_EQ(object->identityLocalPort, LocalPort());
+    EXPECT_EQ(Lookup(LocalPort(), ntohs(fake.sin_port)), "frank");
+    object->DropIdentity();
+    EXPECT_EQ(object->identityHandle, nullptr);
+    EXPECT_FALSE(BlockExists());
+}
+
+TEST_F(SocksIdentityTest, ANewAddTakesOutTheEntryAndMappingThatAnEarlierHandshakeLeft) {
+    dxtest::FakeScript("drain=3000");
+    object->SetProxy(&fake, sizeof fake, "first", 4);
+    unsigned error = 0;
+    object->StartConnect(kCommandConnect, "0.0.0.0", 80, nullptr, &error);
+    ASSERT_NE(object->identityHandle, nullptr);
+    uint16_t local = LocalPort();
+    // The same key again, as a retry on the same connection would enter it: the old entry goes first.
+    CopyText(object->userId, "second");
+    dxtest::LogCapture capture;
+    object->AddIdentity();
+    EXPECT_EQ(Lookup(local, ntohs(fake.sin_port)), "second");
+    HANDLE reader = IdentityOpen(FILE_MAP_READ);
+    ASSERT_NE(reader, nullptr);
+    std::vector<uint8_t> block = Snapshot(reader);
+    CloseHandle(reader);
+    EXPECT_EQ(IdentityWord(block.data(), kIdentityHighWaterAt), 1u);
+    EXPECT_EQ(IdentityFindEntry(block.data(), local, ntohs(fake.sin_port)), 0);
+    // Only the newest mapping is held: dropping it lets the block go.
+    object->DropIdentity();
+    EXPECT_FALSE(BlockExists());
+    EXPECT_EQ(dxtest::LinesStartingWith(capture.Lines(), "DXSOCKS: IdentityAdd(").size(), 1u);
+}
+
+TEST_F(SocksIdentityTest, AnUnconnectedSocketEntersNothing) {
+    dxtest::LogCapture capture;
+    object->SetProxy(&fake, sizeof fake, "ghost", 4);
+    object->AddIdentity();
+    EXPECT_EQ(object->identityHandle, nullptr);
+    EXPECT_TRUE(capture.Lines().empty());
+    EXPECT_FALSE(BlockExists());
+}
+
+TEST_F(SocksIdentityTest, AFullTableIsLoggedAndTheConnectGoesOn) {
+    HANDLE mapping = IdentityOpen(FILE_MAP_WRITE);
+    ASSERT_NE(mapping, nullptr);
+    for (unsigned i = 0; i < kIdentitySlots; ++i) ASSERT_EQ(IdentityAdd(mapping, 100 + i, 1, "other"), 1);
+    dxtest::FakeScript("read=9 send=005a000000000000 drain=3000");
+    object->SetProxy(&fake, sizeof fake, "", 4);
+    dxtest::LogCapture capture;
+    unsigned error = 99;
+    object->StartConnect(kCommandConnect, "127.0.0.1", 80, nullptr, &error);
+    EXPECT_EQ(error, 0u);
+    EXPECT_EQ(object->state, kEstablished);
+    EXPECT_EQ(dxtest::LinesStartingWith(capture.Lines(), "DXSOCKS: Could not write to memory mapped file.").size(), 1u);
+    CloseHandle(mapping);
+}
+
+TEST_F(SocksIdentityTest, NoMappingIsLoggedAndTheConnectGoesOn) {
+    HANDLE mutex = CreateMutexA(nullptr, FALSE, kIdentityTableName);
+    ASSERT_NE(mutex, nullptr);
+    dxtest::FakeScript("read=9 send=005a000000000000 drain=3000");
+    object->SetProxy(&fake, sizeof fake, "", 4);
+    dxtest::LogCapture capture;
+    unsigned error = 99;
+    object->StartConnect(kCommandConnect, "127.0.0.1", 80, nullptr, &error);
+    EXPECT_EQ(error, 0u);
+    EXPECT_EQ(object->state, kEstablished);
+    const dxtest::Lines logged = dxtest::LinesStartingWith(capture.Lines(), "DXSOCKS: ");
+    ASSERT_GE(logged.size(), 2u);
+    EXPECT_EQ(logged[0], dxtest::Line(dxtest::IdentityLines(s, ntohs(fake.sin_port), "", logged)[0]));
+    EXPECT_EQ(logged[1], dxtest::Line("Could not create memory mapped file."));
+    EXPECT_EQ(dxtest::LinesStartingWith(logged, "DXSOCKS: IdentityAdd(").size(), 0u);
+    CloseHandle(mutex);
+}
+
+TEST_F(SocksIdentityTest, AMappingTooSmallIsLoggedAsAFailedWriteAndTheConnectGoesOn) {
+    HANDLE small = CreateFileMappingA(INVALID_HANDLE_VALUE, nullptr, PAGE_READWRITE, 0, 100, kIdentityTableName);
+    ASSERT_NE(small, nullptr);
+    dxtest::FakeScript("read=9 send=005a000000000000 drain=3000");
+    object->SetProxy(&fake, sizeof fake, "", 4);
+    dxtest::LogCapture capture;
+    unsigned error = 99;
+    object->StartConnect(kCommandConnect, "127.0.0.1", 80, nullptr, &error);
+    EXPECT_EQ(error, 0u);
+    EXPECT_EQ(object->state, kEstablished);
+    EXPECT_EQ(dxtest::LinesStartingWith(capture.Lines(), "DXSOCKS: Could not write to memory mapped file.").size(), 1u);
+    CloseHandle(small);
+}
+
+}  // namespace
