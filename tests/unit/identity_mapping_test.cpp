@@ -11,6 +11,9 @@
 #include "bench.h"
 #include "bounded_text.h"
 #include "log_capture.h"
+#include "proxy_socket_factory.h"
+#include "proxy_socket_manager.h"
+#include "socks_api.h"
 #include "socks_socket.h"
 #include "test_helpers.h"
 
@@ -255,6 +258,67 @@ TEST_F(SocksIdentityTest, AMappingTooSmallIsLoggedAsAFailedWriteAndTheConnectGoe
     EXPECT_EQ(object->state, kEstablished);
     EXPECT_EQ(dxtest::LinesStartingWith(capture.Lines(), "DXSOCKS: Could not write to memory mapped file.").size(), 1u);
     CloseHandle(small);
+}
+
+// The registry frees objects without knowing their class: the family's last close and clean-up take
+// out an entry that a handshake without ConnectFinished left, before the object goes.
+class SocksIdentityReleaseTest : public ::testing::Test {
+protected:
+    void SetUp() override {
+        ASSERT_FALSE(BlockExists()) << "a handshake or a test left the block open";
+        g_pProxySocketManager = new CProxySocketManager(MakeProxySocket);
+        s = dxtest::MakeTcpSocket();
+        fake = dxtest::Loopback(dxtest::BenchPort("FAKE_PORT"));
+        dxtest::FakeReset();
+    }
+    void TearDown() override {
+        delete g_pProxySocketManager;
+        g_pProxySocketManager = nullptr;
+        dxtest::Retire(s);
+        dxtest::FakeReset();
+    }
+    // A SOCKS 4 handshake that fails in kConnected, where no ConnectFinished follows.
+    void FailWithoutConnectFinished() {
+        dxtest::FakeScript("drain=3000");
+        ASSERT_EQ(SOCKS_SetProxyEx(s, &fake, sizeof fake, "left-behind", 4), 0);
+        EXPECT_EQ(SOCKS_ConnectEx(s, "0.0.0.0", 80, nullptr, AF_INET), -1);
+        object = g_pProxySocketManager->FindSocket(s).As<CSocksSocket>();
+        ASSERT_NE(object, nullptr);
+        ASSERT_EQ(object->state, kFailed);
+        ASSERT_NE(object->identityHandle, nullptr);
+        sockaddr_in local = {};
+        int length = sizeof local;
+        getsockname(s, reinterpret_cast<sockaddr*>(&local), &length);
+        localPort = ntohs(local.sin_port);
+        ASSERT_EQ(Lookup(localPort, ntohs(fake.sin_port)), "left-behind");
+    }
+
+    SOCKET s = INVALID_SOCKET;
+    sockaddr_in fake = {};
+    SharedUse<CSocksSocket> object;
+    uint16_t localPort = 0;
+};
+
+TEST_F(SocksIdentityReleaseTest, CleanupSocketTakesTheEntryOutAndLetsTheBlockGo) {
+    FailWithoutConnectFinished();
+    SOCKS_CleanupSocket(s);
+    EXPECT_EQ(object->identityHandle, nullptr);
+    EXPECT_FALSE(BlockExists());
+}
+
+TEST_F(SocksIdentityReleaseTest, TheLastCloseTakesTheEntryOutBeforeTheObjectGoes) {
+    FailWithoutConnectFinished();
+    // Kept: a close in mid-handshake is never the last close, so it leaves the entry.
+    EXPECT_EQ(SOCKS_closesocket(s), 0);
+    EXPECT_EQ(Lookup(localPort, ntohs(fake.sin_port)), "left-behind");
+    // As an object that ended in a final state with its entry still held would stand at its last close.
+    object->state = kFinished;
+    object->useCount = 1;
+    s = dxtest::MakeTcpSocket();
+    EXPECT_EQ(SOCKS_closesocket(object->socket), 0);
+    EXPECT_EQ(object->identityHandle, nullptr);
+    EXPECT_FALSE(BlockExists());
+    EXPECT_EQ(g_pProxySocketManager->FindSocket(object->socket), nullptr);
 }
 
 }  // namespace
