@@ -75,27 +75,20 @@ int main(int argc, char** argv) {
                       "two views of 7656 bytes; the walks reach slot " + std::to_string(target));
         }
 
-        dxbench::Summary round = TimeRounds(
-            [&] {
-                HANDLE mapping = IdentityOpen(FILE_MAP_WRITE);
-                IdentityAdd(mapping, kOwnPort, kProxyPort, "nobody");
-                IdentityRemove(mapping, kOwnPort, kProxyPort);
-                CloseHandle(mapping);
-            },
-            batchMs, batches);
+        // What AddIdentity and ConnectFinished do with the table for one handshake.
+        auto handshake = [] {
+            HANDLE mapping = IdentityOpen(FILE_MAP_WRITE);
+            IdentityAdd(mapping, kOwnPort, kProxyPort, "nobody");
+            IdentityRemove(mapping, kOwnPort, kProxyPort);
+            CloseHandle(mapping);
+        };
+        dxbench::Summary round = TimeRounds(handshake, batchMs, batches);
         table.Add("identity table", "open, add, remove, close; block held elsewhere", round.count, round.median,
                   round.p99, "what one SOCKS handshake adds while another holds the block (99 live entries)");
         CloseHandle(held);
         if (BlockExists()) throw std::runtime_error("the block outlived its last handle");
 
-        dxbench::Summary fresh = TimeRounds(
-            [&] {
-                HANDLE mapping = IdentityOpen(FILE_MAP_WRITE);
-                IdentityAdd(mapping, kOwnPort, kProxyPort, "nobody");
-                IdentityRemove(mapping, kOwnPort, kProxyPort);
-                CloseHandle(mapping);
-            },
-            batchMs, batches);
+        dxbench::Summary fresh = TimeRounds(handshake, batchMs, batches);
         table.Add("identity table", "open, add, remove, close; block created each time", fresh.count, fresh.median,
                   fresh.p99, "what a lone SOCKS handshake adds: the block is made, zeroed and freed");
         return table.Print() ? 0 : 1;

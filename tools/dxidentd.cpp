@@ -14,6 +14,7 @@
 #include "ident_query.h"
 #include "identity_mapping.h"
 #include "identity_table.h"
+#include "tool_options.h"
 
 namespace {
 
@@ -46,14 +47,6 @@ constexpr DWORD kMissingKeyStepMs = 20;
 // Connections served at once; more are closed at accept.
 constexpr int kMostConnections = 64;
 
-bool ParseNumber(const std::string& text, unsigned low, unsigned high, unsigned* value) {
-    if (text.empty() || text.size() > 5 || text.find_first_not_of("0123456789") != std::string::npos) return false;
-    unsigned long number = std::strtoul(text.c_str(), nullptr, 10);
-    if (number < low || number > high) return false;
-    *value = static_cast<unsigned>(number);
-    return true;
-}
-
 int UsageError(const std::string& message) {
     std::fprintf(stderr, "dxidentd: %s\nTry 'dxidentd -h' for help.\n", message.c_str());
     return kExitUsage;
@@ -76,16 +69,10 @@ int ParseOptions(int argc, char** argv, Options* o) {
         }
         if (std::strchr("pt", flag) == nullptr) return UsageError("unknown option " + arg);
         std::string value;
-        if (arg.size() > 2) {
-            value = arg.substr(2);
-        } else if (i + 1 < argc) {
-            value = argv[++i];
-        } else {
-            return UsageError("option " + arg + " needs a value");
-        }
-        if (flag == 'p' && !ParseNumber(value, 1, 65535, &o->port))
+        if (!OptionValue(arg, argc, argv, &i, &value)) return UsageError("option " + arg + " needs a value");
+        if (flag == 'p' && !ReadDecimal(value, 1, 65535, &o->port))
             return UsageError("-p: '" + value + "' is not a port from 1 to 65535");
-        if (flag == 't' && !ParseNumber(value, 1, 3600, &o->idleSeconds))
+        if (flag == 't' && !ReadDecimal(value, 1, 3600, &o->idleSeconds))
             return UsageError("-t: '" + value + "' is not a number of seconds from 1 to 3600");
     }
     return -1;

@@ -213,51 +213,52 @@ TEST_F(SocksIdentityTest, AnUnconnectedSocketEntersNothing) {
     EXPECT_FALSE(BlockExists());
 }
 
-TEST_F(SocksIdentityTest, AFullTableIsLoggedAndTheConnectGoesOn) {
+// What stands in the table's way, and the line the connect logs for it; the connect goes on.
+struct Obstacle {
+    const char* what;
+    HANDLE (*make)();
+    const char* line;
+};
+
+HANDLE FullTable() {
     HANDLE mapping = IdentityOpen(FILE_MAP_WRITE);
-    ASSERT_NE(mapping, nullptr);
-    for (unsigned i = 0; i < kIdentitySlots; ++i) ASSERT_EQ(IdentityAdd(mapping, 100 + i, 1, "other"), 1);
-    dxtest::FakeScript("read=9 send=005a000000000000 drain=3000");
-    object->SetProxy(&fake, sizeof fake, "", 4);
-    dxtest::LogCapture capture;
-    unsigned error = 99;
-    object->StartConnect(kCommandConnect, "127.0.0.1", 80, nullptr, &error);
-    EXPECT_EQ(error, 0u);
-    EXPECT_EQ(object->state, kEstablished);
-    EXPECT_EQ(dxtest::LinesStartingWith(capture.Lines(), "DXSOCKS: Could not write to memory mapped file.").size(), 1u);
-    CloseHandle(mapping);
+    for (unsigned i = 0; i < kIdentitySlots; ++i) EXPECT_EQ(IdentityAdd(mapping, 100 + i, 1, "other"), 1);
+    return mapping;
+}
+HANDLE MutexOfTheName() { return CreateMutexA(nullptr, FALSE, kIdentityTableName); }
+HANDLE MappingOf100Bytes() {
+    return CreateFileMappingA(INVALID_HANDLE_VALUE, nullptr, PAGE_READWRITE, 0, 100, kIdentityTableName);
 }
 
-TEST_F(SocksIdentityTest, NoMappingIsLoggedAndTheConnectGoesOn) {
-    HANDLE mutex = CreateMutexA(nullptr, FALSE, kIdentityTableName);
-    ASSERT_NE(mutex, nullptr);
-    dxtest::FakeScript("read=9 send=005a000000000000 drain=3000");
-    object->SetProxy(&fake, sizeof fake, "", 4);
-    dxtest::LogCapture capture;
-    unsigned error = 99;
-    object->StartConnect(kCommandConnect, "127.0.0.1", 80, nullptr, &error);
-    EXPECT_EQ(error, 0u);
-    EXPECT_EQ(object->state, kEstablished);
-    const dxtest::Lines logged = dxtest::LinesStartingWith(capture.Lines(), "DXSOCKS: ");
-    ASSERT_GE(logged.size(), 2u);
-    EXPECT_EQ(logged[0], dxtest::Line(dxtest::IdentityLines(s, ntohs(fake.sin_port), "", logged)[0]));
-    EXPECT_EQ(logged[1], dxtest::Line("Could not create memory mapped file."));
-    EXPECT_EQ(dxtest::LinesStartingWith(logged, "DXSOCKS: IdentityAdd(").size(), 0u);
-    CloseHandle(mutex);
-}
-
-TEST_F(SocksIdentityTest, AMappingTooSmallIsLoggedAsAFailedWriteAndTheConnectGoesOn) {
-    HANDLE small = CreateFileMappingA(INVALID_HANDLE_VALUE, nullptr, PAGE_READWRITE, 0, 100, kIdentityTableName);
-    ASSERT_NE(small, nullptr);
-    dxtest::FakeScript("read=9 send=005a000000000000 drain=3000");
-    object->SetProxy(&fake, sizeof fake, "", 4);
-    dxtest::LogCapture capture;
-    unsigned error = 99;
-    object->StartConnect(kCommandConnect, "127.0.0.1", 80, nullptr, &error);
-    EXPECT_EQ(error, 0u);
-    EXPECT_EQ(object->state, kEstablished);
-    EXPECT_EQ(dxtest::LinesStartingWith(capture.Lines(), "DXSOCKS: Could not write to memory mapped file.").size(), 1u);
-    CloseHandle(small);
+TEST_F(SocksIdentityTest, AnEntryThatCantBeMadeIsLoggedAndTheConnectGoesOn) {
+    const Obstacle obstacles[] = {
+        {"100 live entries", FullTable, "Could not write to memory mapped file."},
+        {"a mutex of the name", MutexOfTheName, "Could not create memory mapped file."},
+        {"a mapping of 100 bytes", MappingOf100Bytes, "Could not write to memory mapped file."},
+    };
+    for (const Obstacle& obstacle : obstacles) {
+        HANDLE held = obstacle.make();
+        ASSERT_NE(held, nullptr) << obstacle.what;
+        SOCKET socket = dxtest::MakeTcpSocket();
+        CSocksSocket connecting(socket);
+        dxtest::FakeScript("read=9 send=005a000000000000 drain=3000");
+        connecting.SetProxy(&fake, sizeof fake, "", 4);
+        dxtest::LogCapture capture;
+        unsigned error = 99;
+        connecting.StartConnect(kCommandConnect, "127.0.0.1", 80, nullptr, &error);
+        EXPECT_EQ(error, 0u) << obstacle.what;
+        EXPECT_EQ(connecting.state, kEstablished) << obstacle.what;
+        const dxtest::Lines logged = dxtest::LinesStartingWith(capture.Lines(), "DXSOCKS: ");
+        dxtest::Lines identity = dxtest::IdentityLines(socket, ntohs(fake.sin_port), "", logged);
+        // Without a mapping there is nothing to add to.
+        if (obstacle.make == MutexOfTheName) identity.pop_back();
+        identity.push_back(obstacle.line);
+        for (std::string& line : identity) line = dxtest::Line(line);
+        ASSERT_GE(logged.size(), identity.size()) << obstacle.what;
+        EXPECT_EQ(dxtest::Lines(logged.begin(), logged.begin() + identity.size()), identity) << obstacle.what;
+        closesocket(socket);
+        CloseHandle(held);
+    }
 }
 
 // The registry frees objects without knowing their class: the family's last close and clean-up take

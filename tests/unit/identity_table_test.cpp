@@ -27,6 +27,10 @@ protected:
     bool Add(uint32_t local, uint32_t remote, const char* user = "u") {
         return IdentityAddEntry(block.data(), local, remote, user);
     }
+    // Entries at slots 0, 1 and 2.
+    void AddThree() {
+        for (uint32_t local : {10u, 11u, 12u}) ASSERT_TRUE(Add(local, 1));
+    }
     std::string Lookup(uint32_t local, uint32_t remote, IdentityLookupResult expected = IdentityLookupResult::kFound) {
         char name[kIdentityNameSize];
         std::memset(name, 'x', sizeof name);
@@ -117,9 +121,7 @@ TEST_F(IdentityTableTest, ByteThirtyOneIsClearedEvenWhenTheNameIsShort) {
 }
 
 TEST_F(IdentityTableTest, RemovingAMiddleSlotKeepsHighWaterAndTheNextKeyTakesTheHole) {
-    ASSERT_TRUE(Add(10, 1));
-    ASSERT_TRUE(Add(11, 1));
-    ASSERT_TRUE(Add(12, 1));
+    AddThree();
     IdentityRemoveEntry(block.data(), 11, 1);
     EXPECT_EQ(HighWater(), 3u);
     ASSERT_TRUE(Add(13, 1));
@@ -128,9 +130,7 @@ TEST_F(IdentityTableTest, RemovingAMiddleSlotKeepsHighWaterAndTheNextKeyTakesThe
 }
 
 TEST_F(IdentityTableTest, RemovingFromTheTopStepsHighWaterDownOneAtATime) {
-    ASSERT_TRUE(Add(10, 1));
-    ASSERT_TRUE(Add(11, 1));
-    ASSERT_TRUE(Add(12, 1));
+    AddThree();
     IdentityRemoveEntry(block.data(), 12, 1);
     EXPECT_EQ(HighWater(), 2u);
     IdentityRemoveEntry(block.data(), 11, 1);
@@ -139,9 +139,7 @@ TEST_F(IdentityTableTest, RemovingFromTheTopStepsHighWaterDownOneAtATime) {
 }
 
 TEST_F(IdentityTableTest, HighWaterMayStandAboveAFreeSlot) {
-    ASSERT_TRUE(Add(10, 1));
-    ASSERT_TRUE(Add(11, 1));
-    ASSERT_TRUE(Add(12, 1));
+    AddThree();
     IdentityRemoveEntry(block.data(), 11, 1);
     IdentityRemoveEntry(block.data(), 12, 1);
     EXPECT_EQ(HighWater(), 2u);
