@@ -10,6 +10,7 @@
 #include "host_window.h"
 #include "http_api.h"
 #include "log_capture.h"
+#include "module_files.h"
 #include "socks_api.h"
 #include "test_helpers.h"
 
@@ -196,6 +197,111 @@ class IdentResponderTest : public ::testing::Test {
 protected:
     uint16_t port = dxtest::IdentdPort();
 };
+
+// A dxidentd of the test's own, beside the test program, with `arguments`; its standard output goes
+// to a pipe that Output() reads once the program has ended.
+class Responder {
+public:
+    explicit Responder(const std::string& arguments) {
+        SECURITY_ATTRIBUTES inherit = {sizeof inherit, nullptr, TRUE};
+        if (!CreatePipe(&read_, &write_, &inherit, 1 << 16)) return;
+        SetHandleInformation(read_, HANDLE_FLAG_INHERIT, 0);
+        STARTUPINFOA startup = {};
+        startup.cb = sizeof startup;
+        startup.dwFlags = STARTF_USESTDHANDLES;
+        startup.hStdOutput = write_;
+        startup.hStdError = write_;
+        std::string command = "\"" + dxtest::BesideProgram("dxidentd.exe") + "\" " + arguments;
+        if (CreateProcessA(nullptr, &command[0], nullptr, nullptr, TRUE, DETACHED_PROCESS, nullptr, nullptr, &startup,
+                           &process_)) {
+            CloseHandle(process_.hThread);
+        }
+        CloseHandle(write_);
+    }
+    ~Responder() {
+        if (process_.hProcess != nullptr) {
+            TerminateProcess(process_.hProcess, 0);
+            WaitForSingleObject(process_.hProcess, 5000);
+            CloseHandle(process_.hProcess);
+        }
+        if (read_ != nullptr) CloseHandle(read_);
+    }
+    Responder(const Responder&) = delete;
+    Responder& operator=(const Responder&) = delete;
+
+    bool Started() const { return process_.hProcess != nullptr; }
+    // Waits at most `ms` for the program to end; its exit code, or -1 if it still runs.
+    int Ended(DWORD ms) const {
+        DWORD code = 0;
+        if (WaitForSingleObject(process_.hProcess, ms) != WAIT_OBJECT_0 || !GetExitCodeProcess(process_.hProcess, &code))
+            return -1;
+        return static_cast<int>(code);
+    }
+    std::string Output() const {
+        std::string text;
+        char buffer[4096];
+        DWORD got = 0;
+        while (ReadFile(read_, buffer, sizeof buffer, &got, nullptr) && got > 0) text.append(buffer, got);
+        return text;
+    }
+
+private:
+    HANDLE read_ = nullptr;
+    HANDLE write_ = nullptr;
+    PROCESS_INFORMATION process_ = {};
+};
+
+TEST_F(IdentityRoadsTest, TheResponderListsTheTableAsItStands) {
+    {
+        Responder none("-d");
+        ASSERT_TRUE(none.Started());
+        EXPECT_EQ(none.Ended(10000), 0);
+        EXPECT_EQ(none.Output(), std::string(kIdentityTableName) + ": none (no SOCKS handshake is under way)\r\n");
+    }
+    dxtest::MakeNonBlocking(s, SOCKS_ioctlsocket);
+    ASSERT_EQ(SOCKS_WSAAsyncSelect(s, host.Handle(), dxtest::HostWindow::kSocketMessage, FD_CONNECT), 0);
+    FakeScript(std::string("read=13 sleep=3000 send=") + kGranted4 + " drain=3000");
+    ASSERT_EQ(SOCKS_SetProxyEx(s, &fake, sizeof fake, "dora", 4), 0);
+    ASSERT_EQ(SOCKS_ConnectEx(s, "127.0.0.1", echo, nullptr, AF_INET), 0);
+    Responder listing("-d");
+    ASSERT_TRUE(listing.Started());
+    EXPECT_EQ(listing.Ended(10000), 0);
+    EXPECT_EQ(listing.Output(), std::string(kIdentityTableName) +
+                                    ": totalSize 7656, version 1, highWater 1, addCount 1, entrySize 76, entryCount 100\r\n"
+                                    "slot 0: local " + std::to_string(LocalPort()) + ", remote " +
+                                    std::to_string(FakePort()) + ", user \"dora\"\r\n");
+    ASSERT_TRUE(host.AwaitEvent(s, FD_CONNECT, nullptr, 10000));
+}
+
+TEST_F(IdentResponderTest, AConnectionIdleForTheLimitIsCut) {
+    // A port of its own, and an idle limit of 1 s.
+    SOCKET probe = dxtest::MakeTcpSocket();
+    sockaddr_in any = dxtest::Loopback(0);
+    ASSERT_EQ(bind(probe, reinterpret_cast<sockaddr*>(&any), sizeof any), 0);
+    int length = sizeof any;
+    ASSERT_EQ(getsockname(probe, reinterpret_cast<sockaddr*>(&any), &length), 0);
+    closesocket(probe);
+    uint16_t own = ntohs(any.sin_port);
+    Responder responder("-p " + std::to_string(own) + " -t 1");
+    ASSERT_TRUE(responder.Started());
+    SOCKET idle = INVALID_SOCKET;
+    for (int tries = 0; tries < 100 && idle == INVALID_SOCKET; ++tries) {
+        idle = dxtest::MakeTcpSocket();
+        sockaddr_in address = dxtest::Loopback(own);
+        if (connect(idle, reinterpret_cast<sockaddr*>(&address), sizeof address) != 0) {
+            closesocket(idle);
+            idle = INVALID_SOCKET;
+            Sleep(100);
+        }
+    }
+    ASSERT_NE(idle, INVALID_SOCKET) << "the responder did not listen";
+    ASSERT_TRUE(dxtest::SendAll(idle, "12 , 3"));  // no line end: the query never completes
+    DWORD start = GetTickCount();
+    // The responder closes: the read ends well before its bound, with nothing.
+    EXPECT_EQ(dxtest::Receive(idle, 1, 10000), "");
+    EXPECT_LT(GetTickCount() - start, 9000u);
+    closesocket(idle);
+}
 
 TEST_F(IdentResponderTest, BadQueriesGetTheRfcsErrorAndGoodOnesNoUser) {
     struct Row {

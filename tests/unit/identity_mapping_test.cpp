@@ -107,7 +107,9 @@ TEST_F(IdentityMappingTest, AMappingTooSmallForTheBlockFailsEveryView) {
     ASSERT_NE(small, nullptr);
     HANDLE mapping = IdentityOpen(FILE_MAP_WRITE);
     ASSERT_NE(mapping, nullptr);
+    SetLastError(0);
     EXPECT_EQ(IdentityAdd(mapping, 1, 2, "x"), 0);
+    EXPECT_EQ(GetLastError(), static_cast<DWORD>(ERROR_ACCESS_DENIED));
     IdentityRemove(mapping, 1, 2);
     char name[kIdentityNameSize] = {};
     EXPECT_EQ(IdentityRead(mapping, 1, 2, name, sizeof name), IdentityLookupResult::kRefused);
