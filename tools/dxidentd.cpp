@@ -161,7 +161,11 @@ int Answer(const Options& o) {
     std::fprintf(stderr, "dxidentd: answering on port %u\n", o.port);
     for (;;) {
         SOCKET s = accept(listener, nullptr, nullptr);
-        if (s == INVALID_SOCKET) continue;
+        if (s == INVALID_SOCKET) {
+            // A failing accept (no buffers, a reset on the queue) must not spin a core.
+            Sleep(100);
+            continue;
+        }
         if (g_connections >= kMostConnections) {
             closesocket(s);
             continue;
