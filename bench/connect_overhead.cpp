@@ -354,6 +354,7 @@ void AddBreakdownRows(dxbench::ResultTable& table, const Target& target, const B
 }  // namespace
 
 int main(int argc, char** argv) {
+    dxbench::ImportProfile::WatchBindings(GetModuleHandleA("DXSOCKS.DLL"));
     try {
         dxbench::Flags flags(argc, argv);
         dxbench::BenchFile bench(flags);

@@ -234,6 +234,7 @@ double HandConcurrentRound(const Bench& bench) {
 }  // namespace
 
 int main(int argc, char** argv) {
+    dxbench::ImportProfile::WatchBindings(GetModuleHandleA("DXSOCKS.DLL"));
     try {
         dxbench::Flags flags(argc, argv);
         dxbench::BenchFile file(flags);

@@ -18,6 +18,7 @@ set(DX_USES_http host frame)
 
 # Registry and list, log, lifecycle and hidden windows, resolver, the export frame of both families.
 set(DX_PORTABLE_frame
+  frame/legacy_resolver.cpp
   frame/linked_list.cpp
   frame/log_format.cpp
   frame/shared_list.cpp)

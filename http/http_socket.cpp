@@ -314,7 +314,7 @@ int AddressToHostPortText(const sockaddr* address, int length, wchar_t* out, int
     if (size < kHostPortTextSize) return -1;
     char host[kHostPortTextSize + 40] = {};
     char service[32] = {};
-    int code = getnameinfo(address, length, host, kHostPortTextSize, service, sizeof service, NI_NUMERICSERV);
+    int code = ResolverGetNameInfo(address, length, host, kHostPortTextSize, service, sizeof service, NI_NUMERICSERV);
     WSASetLastError(code);
     if (code != 0) return WSAGetLastError();
     size_t used = std::strlen(host);

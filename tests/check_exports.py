@@ -1,5 +1,6 @@
 #!/usr/bin/env python3
-"""Checks DXSOCKS.DLL: it imports only system DLLs, and every export of the .def file stands at its ordinal."""
+"""Checks a DLL: it imports only system DLLs, none of the functions named after the objdump (it binds
+those at run time), and every export of the .def file stands at its ordinal."""
 import re
 import subprocess
 import sys
@@ -10,13 +11,19 @@ SYSTEM_DLLS = {
 }
 
 
-def main(dll: str, def_file: str, objdump: str) -> int:
+def main(dll: str, def_file: str, objdump: str, *unwanted: str) -> int:
     dump = subprocess.run([objdump, "-p", dll], check=True, capture_output=True, text=True).stdout
     failures = []
 
     imports = {name.lower() for name in re.findall(r"DLL Name: (\S+)", dump)}
     for name in sorted(imports - SYSTEM_DLLS):
         failures.append(f"imports a non-system DLL: {name}")
+
+    # "\t4438c\t   29  WSAAsyncSelect" under each "DLL Name:" line: the imported functions.
+    imported = set(re.findall(r"^\s+[0-9a-f]+\s+\d+\s+(\w+)$", dump, re.M))
+    for name in unwanted:
+        if name in imported:
+            failures.append(f"imports {name}, which it binds at run time")
 
     # "[   0] +base[   4] ..." gives table index -> ordinal; "[   0] SOCKS_connect" gives index -> name.
     ordinal_of_index = {int(i): int(o) for i, o in re.findall(r"\[\s*(\d+)\] \+base\[\s*(\d+)\]", dump)}
@@ -37,4 +44,4 @@ def main(dll: str, def_file: str, objdump: str) -> int:
 
 
 if __name__ == "__main__":
-    sys.exit(main(*sys.argv[1:4]))
+    sys.exit(main(*sys.argv[1:]))

@@ -31,6 +31,10 @@ public:
 
     // Totals so far of the calls made on any thread, or only of those made on other threads than
     // the one that set the profile up (the library's hidden threads, in a program with one thread).
+    // To be called before the library's first connect: the resolver functions, which the library
+    // binds by name at its first use, then reach it through timing wrappers.
+    static void WatchBindings(HMODULE library);
+
     static ImportTotals Now();
     static ImportTotals NowOnOtherThreads();
     static const char* Name(size_t index);
