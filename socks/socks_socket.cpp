@@ -83,6 +83,13 @@ int CSocksSocket::ConnectToServer(HWND parent) {
 }
 
 void CSocksSocket::AddIdentity() {
+    // The table's calls leave the WinSock error as the connect left it for the host.
+    const int savedError = WSAGetLastError();
+    AddIdentityEntry();
+    WSASetLastError(savedError);
+}
+
+void CSocksSocket::AddIdentityEntry() {
     // A handshake that ended without ConnectFinished left its entry and mapping: retries don't pile up.
     DropIdentity();
     sockaddr_in local = {};
@@ -110,8 +117,10 @@ void CSocksSocket::AddIdentity() {
 void CSocksSocket::DropIdentity() {
     HANDLE mapping = InterlockedExchangePointer(&identityHandle, nullptr);
     if (mapping == nullptr) return;
+    const int savedError = WSAGetLastError();
     IdentityRemove(mapping, identityLocalPort, ntohs(proxyAddress.sin_port));
     CloseHandle(mapping);
+    WSASetLastError(savedError);
 }
 
 int CSocksSocket::ProcessState() {

@@ -41,6 +41,7 @@ public:
     uint32_t identityLocalPort = 0;
 
 private:
+    void AddIdentityEntry();
     int PeekReply(int tries, bool tenWhenGranted);
     int FailHandshake(int error);
     bool AskPassword(const char* proxyText, wchar_t* password);

@@ -180,6 +180,17 @@ TEST_F(IdentityRoadsTest, ASocksHandshakeUnderWayHoldsTheBlock) {
     EXPECT_FALSE(BlockExists());
 }
 
+TEST_F(IdentityRoadsTest, TheEntryLeavesTheWinsockErrorAsTheConnectLeftIt) {
+    // A fresh block each time: the table's calls fail and succeed on the way, none of it shows.
+    ASSERT_EQ(SOCKS_WSAAsyncSelect(s, host.Handle(), dxtest::HostWindow::kSocketMessage, FD_CONNECT), 0);
+    FakeScript(std::string("read=9 send=") + kGranted4 + " drain=3000");
+    ASSERT_EQ(SOCKS_SetProxyEx(s, &fake, sizeof fake, "", 4), 0);
+    WSASetLastError(0);
+    ASSERT_EQ(SOCKS_ConnectEx(s, "127.0.0.1", echo, nullptr, AF_INET), 0);
+    EXPECT_EQ(WSAGetLastError(), WSAEWOULDBLOCK);
+    ASSERT_TRUE(host.AwaitEvent(s, FD_CONNECT, nullptr, 10000));
+}
+
 TEST_F(IdentityRoadsTest, AFailedHandshakesEntryGoesWithTheSocketsCleanup) {
     // A destination without an address: SOCKS 4 fails before it sends, and no ConnectFinished follows.
     FakeScript("drain=3000");
