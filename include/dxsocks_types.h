@@ -77,6 +77,56 @@ typedef struct DXSOCKS_VERSION_RECORD {
     char buildTime[32];
 } DXSOCKS_VERSION_RECORD;
 
+/*
+ * XML registry text: a registry written by hand as XML, which the suite library KVTSOCK2.DLL reads
+ * into the in-memory registry that the library can consult in place of the Windows one, and writes
+ * back out in the same form. Narrow text in the ANSI code page, ending at its first zero byte:
+ *
+ *   <Registry>
+ *     <Key name="HKEY_CURRENT_USER">
+ *       <Key name="Software">
+ *         <Key name="Verdane">
+ *           <Key name="Network Protocols">
+ *             <Key name="SOCKS">
+ *               <Value name="Count" type="REG_DWORD" data="1"/>
+ *               <Value name="Detect" type="REG_SZ" data="false"/>
+ *               <Key name="Map0">
+ *                 <Value name="Use Proxy" type="REG_BINARY" data="01"/>
+ *                 <Value name="Proxy Address" type="REG_SZ" data="proxy.example"/>
+ *               </Key>
+ *             </Key>
+ *           </Key>
+ *         </Key>
+ *       </Key>
+ *     </Key>
+ *   </Registry>
+ *
+ * - One <Registry> element (no attributes; <Registry/> is an empty registry), optionally after an
+ *   XML declaration. White space between elements and comments <!-- --> are allowed; other text,
+ *   DOCTYPE, CDATA and processing instructions are not.
+ * - Its children are <Key> elements named "HKEY_CURRENT_USER", "HKEY_LOCAL_MACHINE" or "HKEY_USERS".
+ *   A <Key> holds <Value> and <Key> elements; attribute `name` (required: 1 to 255 characters, no
+ *   backslash) and `class` (optional, the key's class; not on the three roots). At most 512 levels
+ *   below a root.
+ * - <Value> has `name` (required; "" is the key's default value), `type` and the data:
+ *     REG_SZ, REG_EXPAND_SZ   data="text"             the text and its terminator
+ *     REG_DWORD               data="2" or "0x10"      decimal or hex, 0 to 4294967295; four bytes,
+ *                                                     least significant first
+ *     REG_BINARY              data="00ff 1a"          pairs of hex digits, blanks between pairs
+ *     REG_MULTI_SZ            <String>a</String>...   children, each text terminated, and one more
+ *                                                     terminator; no children: one terminator
+ *   or, for any type including one given as a decimal number (type="11"), hex="..." with the exact
+ *   bytes. GetXml uses hex= for bytes that a type's own form cannot carry.
+ * - Names compare without regard to case, as in the registry; a key named twice in one parent is one
+ *   key, and of two values of one name the later one stands.
+ * - Attribute values are in double or single quotes; in them and in <String> text, &amp; &lt; &gt;
+ *   &quot; &apos; stand for & < > " ', and &#N; or &#xN; (1 to 255) for that one byte of the code
+ *   page. No other reference exists, nothing is expanded twice, and white space is kept as written.
+ * Text outside this grammar is refused as a whole (the suite library's factory answers 13,
+ * ERROR_INVALID_DATA). The text written back is in the same grammar, indented one element per line,
+ * and read again gives the same registry.
+ */
+
 #ifdef __cplusplus
 }
 #endif
