@@ -53,22 +53,6 @@ std::string SettingsText(int count) {
     return text + "</Maps></SOCKS></Settings>";
 }
 
-std::vector<int> Sizes(const dxbench::Flags& flags) {
-    std::vector<int> sizes;
-    const std::string text = flags.Text("maps", "1,10,100,500");
-    size_t start = 0;
-    while (start < text.size()) {
-        size_t end = text.find(',', start);
-        if (end == std::string::npos) end = text.size();
-        int size = std::atoi(text.substr(start, end - start).c_str());
-        if (size < 1 || size > 100000) throw std::runtime_error("--maps takes sizes from 1 to 100000");
-        sizes.push_back(size);
-        start = end + 1;
-    }
-    if (sizes.empty()) throw std::runtime_error("--maps names no size");
-    return sizes;
-}
-
 template <typename Step>
 dxbench::Summary TimeRuns(int runs, Step step) {
     std::vector<double> samples;
@@ -108,7 +92,8 @@ double Slope(const std::vector<int>& sizes, const std::vector<double>& times) {
 }
 
 void FilesAndDocuments(const dxbench::Flags& flags, dxbench::ResultTable& table) {
-    const std::vector<int> sizes = Sizes(flags);
+    const std::vector<int> sizes = flags.Counts("maps", "1,10,100,500");
+    if (sizes.empty()) throw std::runtime_error("--maps names no size");
     const int runs = static_cast<int>(flags.Number("runs", 15));
     if (runs < 1) throw std::runtime_error("--runs must be at least 1");
     const char* operations[] = {"parse", "GetXml", "write", "read"};
