@@ -9,7 +9,6 @@
 #include <windows.h>
 
 #include <cstdio>
-#include <sstream>
 #include <stdexcept>
 #include <string>
 #include <vector>
@@ -49,24 +48,12 @@ dxbench::Summary TimeLookups(const CProxySocketManager& manager, const std::vect
     return dxbench::Summarize(perLookup);
 }
 
-std::vector<int> ParseCounts(const std::string& text) {
-    std::vector<int> counts;
-    std::stringstream words(text);
-    std::string word;
-    while (std::getline(words, word, ',')) {
-        int count = std::stoi(word);
-        if (count < 1) throw std::runtime_error("--counts: each at least 1");
-        counts.push_back(count);
-    }
-    return counts;
-}
-
 }  // namespace
 
 int main(int argc, char** argv) {
     try {
         dxbench::Flags flags(argc, argv);
-        std::vector<int> counts = ParseCounts(flags.Text("counts", "1,16,64,256,1024"));
+        std::vector<int> counts = flags.Counts("counts", "1,16,64,256,1024");
         const int batchMs = static_cast<int>(flags.Number("batch-ms", 20));
         const int batches = static_cast<int>(flags.Number("batches", 15));
         if (batchMs < 1 || batches < 1) throw std::runtime_error("--batch-ms and --batches must be at least 1");

@@ -6,18 +6,21 @@
 #
 # Paths are relative to the project root. tests/check_layers.py reads this file too.
 
-# Bottom first. config/ and settings/ take their places above host when they come.
-set(DX_LAYERS frame host ui socks http)
+# Bottom first.
+set(DX_LAYERS frame host settings config ui socks http)
 
 # What each layer may use.
 set(DX_USES_frame "")
 set(DX_USES_host frame)
+set(DX_USES_settings host frame)
+set(DX_USES_config settings host frame)
 set(DX_USES_ui host frame)
-set(DX_USES_socks host frame)
-set(DX_USES_http host frame)
+set(DX_USES_socks settings host frame)
+set(DX_USES_http settings host frame)
 
 # Registry and list, log, lifecycle and hidden windows, resolver, the export frame of both families.
 set(DX_PORTABLE_frame
+  frame/decimal_text.cpp
   frame/legacy_resolver.cpp
   frame/linked_list.cpp
   frame/log_format.cpp
@@ -40,6 +43,25 @@ set(DX_WIN32_host
   host/identity_mapping.cpp
   host/suite_library.cpp
   host/version_info.cpp)
+
+# XML document, settings file, registry layer.
+set(DX_PORTABLE_settings
+  settings/registry_value.cpp
+  settings/settings_text.cpp)
+set(DX_WIN32_settings
+  settings/settings_file.cpp
+  settings/xml_document.cpp
+  settings/xml_registry.cpp)
+
+# Proxy maps: the record, the families' sets and the choice of a map for a destination.
+set(DX_PORTABLE_config
+  config/map_rules.cpp)
+set(DX_WIN32_config
+  config/config_sets.cpp
+  config/http_config.cpp
+  config/proxy_map.cpp
+  config/proxy_map_set.cpp
+  config/socks_config.cpp)
 
 # The kinds of Windows the dialogs tell apart.
 set(DX_PORTABLE_ui

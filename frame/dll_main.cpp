@@ -3,6 +3,7 @@
 #include <winsock2.h>
 #include <windows.h>
 
+#include "config_sets.h"
 #include "lifecycle.h"
 #include "log.h"
 #include "os_kind.h"
@@ -34,6 +35,7 @@ void OnProcessAttach(HMODULE module) {
     ReportPaths(IDR_ATTACHED);
     GetOsKind();
     if (g_pProxySocketManager == nullptr) g_pProxySocketManager = new CProxySocketManager(MakeProxySocket);
+    CreateConfigSets();
 }
 
 // No socket is closed and no hidden thread is touched here: the host owns them.
@@ -41,6 +43,7 @@ void OnProcessDetach(bool processEnding) {
     ReportPaths(IDR_DETACHED);
     delete g_pProxySocketManager;
     g_pProxySocketManager = nullptr;
+    DeleteConfigSets();
     // At process end the system takes the UI library down with everything else.
     if (!processEnding && g_hSetUILibrary != nullptr) {
         FreeLibrary(g_hSetUILibrary);

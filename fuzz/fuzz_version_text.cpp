@@ -1,5 +1,8 @@
 // The product version text of a system file: only the first three pieces between dots are read,
-// each as atoi reads it; empty pieces are skipped; a missing piece leaves its field alone.
+// each as atoi reads it, a number beyond the range of int held at its bound; empty pieces are
+// skipped; a missing piece leaves its field alone.
+#include <algorithm>
+#include <climits>
 #include <cstdint>
 #include <cstdlib>
 #include <string>
@@ -29,11 +32,10 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
             if (after[i] != before[i]) std::abort();
             continue;
         }
-        // Pieces shorter than the reader's own buffer must read exactly as strtoll reads them.
-        if (pieces[i].size() < 31 &&
-            after[i] != static_cast<uint32_t>(std::strtoll(pieces[i].c_str(), nullptr, 10))) {
-            std::abort();
-        }
+        // Every piece reads as strtoll reads it, held to the range of int.
+        long long value = std::strtoll(pieces[i].c_str(), nullptr, 10);
+        value = std::min<long long>(std::max<long long>(value, INT_MIN), INT_MAX);
+        if (after[i] != static_cast<uint32_t>(value)) std::abort();
     }
     uint32_t packed = PackVersion(cache);
     if ((packed & 0xFF) != (cache.osMajor & 0xFF) || ((packed >> 8) & 0xFF) != (cache.osMinor & 0xFF)) std::abort();

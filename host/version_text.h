@@ -24,8 +24,9 @@ struct OsVersionCache {
 };
 
 // Takes "major.minor.build..." apart at its dots as strtok does (empty pieces are skipped) and
-// stores each of the first three pieces, as atoi reads it, into its field. A missing piece leaves
-// its field as it was; what follows the third is ignored.
+// stores each of the first three pieces, as atoi reads it (ReadDecimal: beyond the range of int it
+// saturates), into its field. A missing piece leaves its field as it was; what follows the third is
+// ignored.
 void ParseProductVersion(const char* text, OsVersionCache& cache);
 
 // The cache in the form of a GetVersion result: build in the upper word, then minor and major.

@@ -8,6 +8,7 @@
 #include "proxy_socket_manager.h"
 #include "result_codes.h"
 #include "version_info.h"
+#include "xml_registry.h"
 
 namespace {
 
@@ -32,8 +33,7 @@ const AnyFunction kHttpDispatchTable[31] = {
     Slot(HTTP_GetConnectError),
     nullptr,  // HTTP_DetermineProxyEx
     nullptr,  // HTTP_UseAddressFamily
-    nullptr,  // HTTP_SetXMLConfig
-    nullptr,  // HTTP_GetXMLConfig
+    Slot(HTTP_SetXMLConfig), Slot(HTTP_GetXMLConfig),
     nullptr,  // HTTP_ShowXMLConfigDlg
     Slot(HTTP_CleanupSocket),
     Slot(HTTP_ConnectTimeout),
@@ -168,6 +168,10 @@ int HTTP_BindEx(SOCKET s, const char* host, unsigned int port, HWND parent, int 
 int HTTP_ConnectCanceled(SOCKET s) { return ReadCanceled("HTTP_ConnectCanceled", s); }
 
 unsigned int HTTP_GetConnectError(SOCKET s) { return ReadConnectError("HTTP_GetConnectError", s); }
+
+int HTTP_SetXMLConfig(const char* text) { return SetXmlConfigExport("HTTP_SetXMLConfig", kXmlRegistryHttp, text); }
+
+const char* HTTP_GetXMLConfig() { return GetXmlConfigExport("HTTP_GetXMLConfig"); }
 
 void HTTP_CleanupSocket(SOCKET s) { CleanupManagedSocket("HTTP_CleanupSocket", s); }
 

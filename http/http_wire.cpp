@@ -1,10 +1,9 @@
 #include "http_wire.h"
 
+#include "decimal_text.h"
 #include "result_codes.h"
 
-#include <cstdint>
 #include <cstring>
-
 
 HttpStatus ParseHttpStatus(const char* text) {
     HttpStatus result = {};
@@ -13,11 +12,11 @@ HttpStatus ParseHttpStatus(const char* text) {
     if (blank == nullptr) return result;
 
     const char* first = blank + 1;
-    // Read as atoi does on Windows: too many digits wrap around, with no undefined overflow here.
-    uint32_t value = 0;
+    // Only the digits themselves are read: a blank or a sign behind the first blank gives 0. Too many
+    // digits give 2147483647, no known status, as atoi gives on Windows.
     size_t count = 0;
-    while (first[count] >= '0' && first[count] <= '9') value = value * 10u + static_cast<uint32_t>(first[count++] - '0');
-    result.status = static_cast<int>(value);
+    while (first[count] >= '0' && first[count] <= '9') ++count;
+    result.status = ReadDecimal(first, count);
 
     // One character behind the digits is skipped, unless the text ends there.
     const char* p = first + count;

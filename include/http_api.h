@@ -113,6 +113,15 @@ DXSOCKS_API int HTTP_ConnectCanceled(SOCKET s);
 /* The proxy's refusal of the last exchange on s (65532, 65533, 10061) or 1460, else 0. */
 DXSOCKS_API unsigned int HTTP_GetConnectError(SOCKET s);
 
+/*
+ * As SOCKS_SetXMLConfig, for the HTTP family: one in-memory registry serves both families, so each
+ * replaces what the other set. Grammar in dxsocks_types.h.
+ */
+DXSOCKS_API int HTTP_SetXMLConfig(const char *text);
+
+/* The same as SOCKS_GetXMLConfig. */
+DXSOCKS_API const char *HTTP_GetXMLConfig(void);
+
 /* Forgets the library's state for s; does not close s. As SOCKS_CleanupSocket, from any thread. */
 DXSOCKS_API void HTTP_CleanupSocket(SOCKET s);
 

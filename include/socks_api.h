@@ -146,6 +146,21 @@ DXSOCKS_API int SOCKS_ConnectCanceled(SOCKET s);
 DXSOCKS_API unsigned int SOCKS_GetConnectError(SOCKET s);
 
 /*
+ * Points every configuration read of both families at a registry written as XML, in the grammar told
+ * in dxsocks_types.h: the suite library (KVTSOCK2.DLL, beside the host's executable first) makes an
+ * in-memory registry of text (null: an empty one). The former one is released first, even when the
+ * new one cannot be made. Returns 1, or 0 when the suite library or its factory is missing or the
+ * text does not parse. Not to be called while another thread reads configuration.
+ */
+DXSOCKS_API int SOCKS_SetXMLConfig(const char *text);
+
+/*
+ * The in-memory registry as XML text in the same grammar, owned by the library and valid until the
+ * next SOCKS_GetXMLConfig or HTTP_GetXMLConfig or SetXMLConfig call; null when none is set.
+ */
+DXSOCKS_API const char *SOCKS_GetXMLConfig(void);
+
+/*
  * Forgets the library's state for s (after a close in mid-handshake, say); does not close s. May be
  * called from any thread: a handshake step that runs on s meanwhile ends on the old state.
  */

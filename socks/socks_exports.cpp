@@ -11,6 +11,7 @@
 #include "socks_socket.h"
 #include "suite_library.h"
 #include "version_info.h"
+#include "xml_registry.h"
 
 namespace {
 
@@ -40,8 +41,7 @@ const AnyFunction kSocksDispatchTable[33] = {
     Slot(SOCKS_GetConnectError),
     nullptr,  // SOCKS_DetermineProxyEx
     nullptr,  // SOCKS_UseAddressFamily
-    nullptr,  // SOCKS_SetXMLConfig
-    nullptr,  // SOCKS_GetXMLConfig
+    Slot(SOCKS_SetXMLConfig), Slot(SOCKS_GetXMLConfig),
     nullptr,  // SOCKS_ShowXMLConfigDlg
     Slot(SOCKS_CleanupSocket), Slot(SOCKS_SetProxyEx),
     Slot(SOCKS_ConnectTimeout),
@@ -240,6 +240,10 @@ int SOCKS_BindEx(SOCKET s, const char* host, unsigned int port, HWND parent, int
 int SOCKS_ConnectCanceled(SOCKET s) { return ReadCanceled("SOCKS_ConnectCanceled", s); }
 
 unsigned int SOCKS_GetConnectError(SOCKET s) { return ReadConnectError("SOCKS_GetConnectError", s); }
+
+int SOCKS_SetXMLConfig(const char* text) { return SetXmlConfigExport("SOCKS_SetXMLConfig", kXmlRegistrySocks, text); }
+
+const char* SOCKS_GetXMLConfig() { return GetXmlConfigExport("SOCKS_GetXMLConfig"); }
 
 void SOCKS_CleanupSocket(SOCKET s) { CleanupManagedSocket("SOCKS_CleanupSocket", s, DropSocksIdentity); }
 

@@ -39,4 +39,39 @@ case "$message" in
   *"WinSock error 65533"*) ;;
   *) echo "unexpected message: $message"; exit 1 ;;
 esac
-echo "dxconnect relayed ${#payload} bytes in nine modes and reported a failed lookup and a 407"
+
+# -r: an XML registry loaded from a file through SOCKS_SetXMLConfig, printed back by SOCKS_GetXMLConfig;
+# the printed text loads again and prints the same.
+work=$(mktemp -d)
+trap 'rm -rf "$work"' EXIT
+cat >"$work/registry.xml" <<'XML'
+<Registry>
+  <Key name="HKEY_CURRENT_USER"><Key name="Software"><Key name="Verdane"><Key name="Network Protocols">
+    <Key name="SOCKS">
+      <Value name="Count" type="REG_DWORD" data="1"/>
+      <Key name="1"><Value name="Proxy Address" type="REG_SZ" data="proxy.example"/></Key>
+    </Key>
+  </Key></Key></Key></Key>
+</Registry>
+XML
+printed=$(timeout 60 wine "$exe" -r "Z:$work/registry.xml" 2>&1)
+for part in 'name="Count"' 'type="REG_DWORD"' 'name="Proxy Address"' 'proxy.example'; do
+  case "$printed" in
+    *"$part"*) ;;
+    *) echo "dxconnect -r: no $part in what it printed: $printed"; exit 1 ;;
+  esac
+done
+printf '%s' "$printed" >"$work/printed.xml"
+again=$(timeout 60 wine "$exe" -r "Z:$work/printed.xml" 2>&1)
+[ "$again" = "$printed" ] || { echo "dxconnect -r: the printed registry did not print the same"; exit 1; }
+printf '<Registry><Key name="HKEY_CURRENT_USER">' >"$work/bad.xml"
+set +e
+message=$(timeout 60 wine "$exe" -r "Z:$work/bad.xml" 2>&1 >/dev/null)
+status=$?
+set -e
+[ "$status" = 1 ] || { echo "dxconnect -r with bad text: exit status $status, wanted 1"; exit 1; }
+case "$message" in
+  *"registry not loaded"*) ;;
+  *) echo "unexpected message: $message"; exit 1 ;;
+esac
+echo "dxconnect relayed ${#payload} bytes in nine modes, reported a failed lookup and a 407, and printed an XML registry"

@@ -24,6 +24,7 @@ enum ExitCode { kExitOk = 0, kExitConnectFailed = 1, kExitUsage = 2, kExitSetup 
 
 const char kUsage[] =
     "Usage: dxconnect [options] DEST_HOST DEST_PORT\n"
+    "       dxconnect [-v] -r FILE\n"
     "\n"
     "Connects to DEST_HOST:DEST_PORT through a proxy with DXSOCKS.DLL, then sends standard input\n"
     "to the connection and writes what comes back to standard output.\n"
@@ -41,10 +42,13 @@ const char kUsage[] =
     "                 its outcome arrives at this program's window as FD_CONNECT\n"
     "  -w SECONDS     after standard input ends, keep reading the connection for this long,\n"
     "                 unless the peer closes first (default 2)\n"
+    "  -r FILE        load the XML registry text in FILE through SOCKS_SetXMLConfig (the\n"
+    "                 grammar is in dxsocks_types.h), print what SOCKS_GetXMLConfig gives back\n"
+    "                 and exit; needs no proxy and no destination\n"
     "  -h             show this help\n"
     "\n"
-    "Exit status: 0 done, 1 connect failed or connection lost, 2 usage error,\n"
-    "3 local setup failed.\n";
+    "Exit status: 0 done, 1 connect failed, connection lost or registry not loaded,\n"
+    "2 usage error, 3 local setup failed.\n";
 
 enum class ProxyType { Socks4, Socks5, Http };
 const char *const kTypeNames[] = {"socks4", "socks5", "http"};
@@ -62,6 +66,7 @@ struct Options {
     bool verbose = false;
     bool nonBlocking = false;
     double waitSeconds = 2.0;
+    std::string registryFile;  // -r: load and print an XML registry instead of connecting
 };
 
 const char *TypeName(ProxyType type) { return kTypeNames[static_cast<int>(type)]; }
@@ -103,7 +108,7 @@ int ParseOptions(int argc, char **argv, Options *o) {
             else o->nonBlocking = true;
             continue;
         }
-        if (std::strchr("txupw", flag) == nullptr) return UsageError("unknown option " + arg);
+        if (std::strchr("txupwr", flag) == nullptr) return UsageError("unknown option " + arg);
         std::string value;
         if (!OptionValue(arg, argc, argv, &i, &value)) return UsageError("option " + arg + " needs a value");
         if (flag == 't') {
@@ -123,6 +128,9 @@ int ParseOptions(int argc, char **argv, Options *o) {
         } else if (flag == 'p') {
             o->password = value;
             o->havePassword = true;
+        } else if (flag == 'r') {
+            if (value.empty()) return UsageError("-r: the file name is empty");
+            o->registryFile = value;
         } else {
             char *end = nullptr;
             const double seconds = std::strtod(value.c_str(), &end);
@@ -131,6 +139,10 @@ int ParseOptions(int argc, char **argv, Options *o) {
                 return UsageError("-w: '" + value + "' is not a number of seconds from 0 to 1000000");
             o->waitSeconds = seconds;
         }
+    }
+    if (!o->registryFile.empty()) {
+        if (haveProxy || !positional.empty()) return UsageError("-r takes no proxy and no destination");
+        return -1;
     }
     if (!haveProxy) return UsageError("the proxy address -x HOST:PORT is required");
     if (positional.size() != 2) return UsageError("expected DEST_HOST DEST_PORT after the options");
@@ -411,10 +423,44 @@ int ConnectAndRelay(const Options &o, Connector connector) {
 
 }  // namespace
 
+// -r: the file's text to SOCKS_SetXMLConfig, and SOCKS_GetXMLConfig's text to standard output.
+int LoadRegistry(const Options &o) {
+    FILE *file = std::fopen(o.registryFile.c_str(), "rb");
+    if (file == nullptr) {
+        std::fprintf(stderr, "dxconnect: cannot open %s\n", o.registryFile.c_str());
+        return kExitSetup;
+    }
+    std::string text;
+    char block[65536];
+    size_t count;
+    while ((count = std::fread(block, 1, sizeof block, file)) > 0) text.append(block, count);
+    std::fclose(file);
+    if (SOCKS_SetXMLConfig(text.c_str()) != 1) {
+        std::fprintf(stderr,
+                     "dxconnect: %s: registry not loaded (no suite library KVTSOCK2.DLL beside this program, "
+                     "or text outside the registry grammar)\n",
+                     o.registryFile.c_str());
+        return kExitConnectFailed;
+    }
+    const char *xml = SOCKS_GetXMLConfig();
+    if (xml == nullptr) {
+        std::fprintf(stderr, "dxconnect: SOCKS_GetXMLConfig gave no text\n");
+        return kExitConnectFailed;
+    }
+    std::fputs(xml, stdout);
+    return kExitOk;
+}
+
 int main(int argc, char **argv) {
     Options o;
     const int parsed = ParseOptions(argc, argv, &o);
     if (parsed >= 0) return parsed;
+    if (!o.registryFile.empty()) {
+        if (o.verbose) SOCKS_SetLoggingCallbackEx(stderr, LogToStream);
+        const int status = LoadRegistry(o);
+        if (o.verbose) SOCKS_SetLoggingCallbackEx(nullptr, nullptr);
+        return status;
+    }
     const Connector connector = ChooseConnector(o);
 
     WSADATA wsa;

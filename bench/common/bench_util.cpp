@@ -5,6 +5,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <fstream>
+#include <sstream>
 #include <stdexcept>
 
 namespace dxbench {
@@ -37,6 +38,18 @@ long Flags::Number(const std::string& name, long fallback) const {
     long value = std::strtol(found->second.c_str(), &end, 10);
     if (end == found->second.c_str() || *end != '\0') throw std::runtime_error("--" + name + " wants a number");
     return value;
+}
+
+std::vector<int> Flags::Counts(const std::string& name, const std::string& fallback) const {
+    std::vector<int> counts;
+    std::stringstream words(Text(name, fallback));
+    std::string word;
+    while (std::getline(words, word, ',')) {
+        int count = std::stoi(word);
+        if (count < 1) throw std::runtime_error("--" + name + ": each at least 1");
+        counts.push_back(count);
+    }
+    return counts;
 }
 
 BenchFile::BenchFile(const Flags& flags) {

@@ -366,7 +366,8 @@ Bytes HttpReply(Rng& rng, const std::string& status) {
 
 std::string StatusText(Rng& rng) {
     static const char* const kStatus[] = {"200", "404", "407", "403", "500", "502", "503", "100", "301", "0", "999",
-                                          // atoi wraps: these read as 200 and as 407
+                                          // beyond the range of int: no known status, though
+                                          // they would wrap to 200 and 407
                                           "4294967496", "4294967703"};
     // Only 200 itself is success: its neighbours fail like the rest.
     static const char* const kNearly[] = {"201", "202", "204", "206", "199", "210", "220", "20", "2000", "0200", "00200"};

@@ -189,7 +189,10 @@ Case Http(Mode mode, Ending ending, const std::string& reply) {
 TEST(HostilePrediction, HttpStatusLine) {
     EXPECT_EQ(Predict(Http(kBlocking, kHold, "HTTP/1.0 200 OK\r\n\r\n")).outcome, Outcome::kSuccess);
     EXPECT_EQ(Predict(Http(kBlocking, kHold, "X 200")).outcome, Outcome::kSuccess);
-    EXPECT_EQ(Predict(Http(kBlocking, kHold, "HTTP/1.1 4294967496 OK\r\n\r\n")).outcome, Outcome::kSuccess);
+    // Beyond the range of int: saturated, no known status; wrapped, it would read as 200.
+    Prediction huge = Predict(Http(kBlocking, kHold, "HTTP/1.1 4294967496 OK\r\n\r\n"));
+    EXPECT_EQ(huge.outcome, Outcome::kFailure);
+    EXPECT_EQ(huge.connectError, 10061u);
     Prediction noBlank = Predict(Http(kBlocking, kHold, "HTTP/1.1-200-OK\r\n\r\n"));
     EXPECT_EQ(noBlank.outcome, Outcome::kFailure);
     EXPECT_EQ(noBlank.connectError, 10061u);

@@ -15,6 +15,7 @@
 //   the reply buffer as it was, and its old bytes decide.
 // - HTTP takes what the first peek shows (at most 1024 bytes) and judges that alone.
 #include <algorithm>
+#include <cstdint>
 #include <cstdio>
 #include <deque>
 
@@ -361,15 +362,15 @@ private:
 };
 
 // The status of an HTTP reply as the rules read it: the digits behind the first blank, through
-// atoi, which wraps.
+// atoi, which stops at 2147483647 as the Windows runtime's does.
 int HttpStatus(const Bytes& text) {
     size_t end = text.find('\0');
     Bytes line = text.substr(0, end);
     size_t blank = line.find(' ');
     if (blank == Bytes::npos) return 500;
-    uint32_t value = 0;
+    int64_t value = 0;
     for (size_t i = blank + 1; i < line.size() && line[i] >= '0' && line[i] <= '9'; ++i) {
-        value = value * 10u + static_cast<uint32_t>(line[i] - '0');
+        value = std::min<int64_t>(value * 10 + (line[i] - '0'), INT32_MAX);
     }
     return static_cast<int>(value);
 }

@@ -66,10 +66,12 @@ TEST(HttpStatusLineTest, StatusAndReasonAsTheStackReadsThem) {
         {"HTTP/1.1 +200 OK", 0, "200 OK"},
         {"HTTP/1.1 abc", 0, "bc"},
         {"A 0200 OK", 200, "OK"},
-        // Digits read as atoi reads them, wrapping at 32 bits.
-        {"A 4294967496 wrapped", 200, "wrapped"},
-        {"A 4294967295 x", -1, "x"},
-        {"A 2147483648 x", INT_MIN, "x"},
+        // Digits read as atoi reads them on Windows: beyond the range of int, 2147483647.
+        {"A 4294967496 saturated", INT_MAX, "saturated"},
+        {"A 4294967295 x", INT_MAX, "x"},
+        {"A 2147483648 x", INT_MAX, "x"},
+        {"A 2147483647 x", INT_MAX, "x"},
+        {"A 99999999999999999999999 x", INT_MAX, "x"},
         {"A " + std::string(300, '0') + "200 OK", 200, ""},
         // The reason ends at a control byte or a byte with the high bit set; DEL is neither.
         {"A 200 ab\x01" "cd", 200, "ab"},
@@ -80,7 +82,7 @@ TEST(HttpStatusLineTest, StatusAndReasonAsTheStackReadsThem) {
         {"A 200 " + std::string(300, 'r'), 200, std::string(252, 'r')},
         {"A 2 " + std::string(300, 'r'), 2, std::string(254, 'r')},
         {"A x" + std::string(300, 'r'), 0, std::string(255, 'r')},
-        {"A 4294967496 " + std::string(300, 'r'), 200, std::string(245, 'r')},
+        {"A 4294967496 " + std::string(300, 'r'), INT_MAX, std::string(245, 'r')},
     };
     for (const Case& c : cases) {
         SCOPED_TRACE(c.text.substr(0, 40));
@@ -197,6 +199,8 @@ TEST_F(HttpSocketTest, OnHttpResponseJudgesTheReply) {
         {"HTTP/1.1 201 Created\r\n\r\n", -1, 10061, "201: 'Created'"},
         {"HTTP/1.1 204 No Content\r\n\r\n", -1, 10061, "204: 'No Content'"},
         {"HTTP/1.1 403 Forbidden\r\n\r\n", -1, 10061, "403: 'Forbidden'"},
+        // Beyond the range of int: no known status, where wrapping would have made it 200.
+        {"HTTP/1.1 4294967496 OK\r\n\r\n", -1, 10061, "2147483647: 'OK'"},
         {"HTTP/1.1 404 Not Found\r\n\r\n", -1, 65532, "Unable to resolve host name 404: 'Not Found'"},
         {"HTTP/1.1 407 Proxy Authentication Required\r\n\r\n", -1, 65533,
          "Proxy Authentication Required 407: 'Proxy Authentication Required'"},

@@ -2,12 +2,16 @@
 // none either (the build copies this program there; see tests/CMakeLists.txt).
 #include <gtest/gtest.h>
 
+#include <cstring>
 #include <string>
+#include <vector>
 
 #include "log.h"
 #include "log_capture.h"
 #include "module_files.h"
+#include "proxy_map.h"
 #include "suite_library.h"
+#include "test_helpers.h"
 
 namespace {
 
@@ -82,6 +86,58 @@ TEST(IsolatedSuiteTest, SuiteLibraryCopiedInLaterHasNoEffect) {
     }
     FreeLibrary(anchor);
     dxtest::RemoveTree(folder);
+}
+
+// A proxy map in a host without a suite library: no word for any host and no texts from resources,
+// while stored hosts still show; no report of an unresolvable proxy, while its WinSock error is logged.
+TEST(IsolatedProxyMapTest, WordForAnyHostIsEmpty) {
+    ASSERT_TRUE(NoSuiteLibraryAnywhere());
+    CProxyMap map;
+    map.SetDestinationAddress("Any host");
+    EXPECT_STREQ(map.GetDestinationAddress(), "Any host");
+    map.SetDestinationAddress("");
+    EXPECT_STREQ(map.GetDestinationAddress(), "*");
+}
+
+TEST(IsolatedProxyMapTest, TextsFromResourcesAreEmptyWhileStoredHostsShow) {
+    ASSERT_TRUE(NoSuiteLibraryAnywhere());
+    CProxyMap map;
+    map.SetDefaultPort("1080");
+    auto text = [](auto get) {
+        char buffer[64];
+        std::memset(buffer, 'x', sizeof buffer);
+        get(buffer);
+        return std::string(buffer);
+    };
+    EXPECT_EQ(text([&](char* b) { map.GetDestinationAddressText(b, 64); }), "");
+    EXPECT_EQ(text([&](char* b) { map.GetDestinationPortText(b, 64); }), "");
+    EXPECT_EQ(text([&](char* b) { map.GetProxyText(b, 64); }), "");
+    map.SetUseProxy(1);
+    EXPECT_EQ(text([&](char* b) { map.GetProxyText(b, 64); }), "");
+    map.SetProxyPort("3128");
+    EXPECT_EQ(text([&](char* b) { map.GetProxyText(b, 64); }), "");
+    char destination[kDestinationTextSize];
+    std::memset(destination, 'x', sizeof destination);
+    map.SetDestinationAddress("a.example");
+    map.SetDestinationPort("23");
+    map.GetDestinationText(destination);
+    EXPECT_STREQ(destination, "");
+
+    EXPECT_EQ(text([&](char* b) { map.GetDestinationAddressText(b, 64); }), "a.example");
+    EXPECT_EQ(text([&](char* b) { map.GetDestinationPortText(b, 64); }), "23");
+    map.SetProxyAddress("proxy.example");
+    map.SetProxyPort("1080");
+    EXPECT_EQ(text([&](char* b) { map.GetProxyText(b, 64); }), "proxy.example");
+}
+
+TEST(IsolatedProxyMapTest, UnresolvableProxyLogsOnlyItsWinsockError) {
+    ASSERT_TRUE(NoSuiteLibraryAnywhere());
+    CProxyMap map;
+    map.SetProxyAddress("lonely.invalid");
+    dxtest::LogCapture capture;
+    EXPECT_EQ(map.GetProxyAddressNumber(), 0u);
+    EXPECT_EQ(WSAGetLastError(), 11001);
+    EXPECT_EQ(capture.Lines(), std::vector<std::string>{dxtest::Line("WinSock Error = 11001")});
 }
 
 }  // namespace

@@ -57,6 +57,19 @@ TEST(VersionTextTest, EmptyPiecesAreSkippedAsStrtokDoes) {
     EXPECT_EQ(cache.osBuild, 0u);  // atoi of "x9600"
 }
 
+TEST(VersionTextTest, PiecesBeyondTheRangeOfIntSaturate) {
+    OsVersionCache cache = {0, 0, 0};
+    // Wrapped, the first would read as 1215752191.
+    ParseProductVersion("99999999999. -99999999999.2147483648", cache);
+    EXPECT_EQ(cache.osMajor, 2147483647u);
+    EXPECT_EQ(cache.osMinor, 0x80000000u);
+    EXPECT_EQ(cache.osBuild, 2147483647u);
+    ParseProductVersion(("0000000000000000000000000000000000000000006.-3." + std::string(100, '9')).c_str(), cache);
+    EXPECT_EQ(cache.osMajor, 6u);
+    EXPECT_EQ(cache.osMinor, static_cast<uint32_t>(-3));
+    EXPECT_EQ(cache.osBuild, 2147483647u);
+}
+
 TEST(VersionTextTest, PackKeepsOnlyTheLowBytesOfMajorAndMinor) {
     OsVersionCache cache = {0x1FF, 0x102, 7};
     EXPECT_EQ(PackVersion(cache), (7u << 16) | (0x02u << 8) | 0xFFu);

@@ -1,0 +1,206 @@
+// Settings store: what the configuration costs to read and write. Settings texts of 1 to 500 maps
+// are parsed into a document, given back as text, written to the settings file and read from it
+// again; the time per map shows whether that grows linearly. A number read through the registry
+// layer costs a few wineserver requests (two opens, a query or two, two closes): from the user's key,
+// via HKEY_USERS\.Default when the user's key lacks it, on a miss, and from our suite library's
+// in-memory registry.
+//
+// It uses the settings file and Software\Verdane of both hives, which it clears before and after.
+// Flags: --maps=1,10,100,500 the sizes; --runs=N (15) timed runs of each operation and size;
+// --batch-ms=N (20) the least time of one timed batch of reads, --batches=N (15); --rows=PATH.
+#include <winsock2.h>
+#include <windows.h>
+#include <shlobj.h>
+
+#include <cstdio>
+#include <stdexcept>
+#include <string>
+#include <vector>
+
+#include "bench_util.h"
+#include "settings_file.h"
+#include "xml_registry.h"
+
+namespace {
+
+const char kMapsPath[] = "Network Protocols\\SOCKS";
+
+std::string SettingsPath() {
+    char folder[MAX_PATH] = {};
+    if (FAILED(SHGetFolderPathA(nullptr, CSIDL_APPDATA, nullptr, SHGFP_TYPE_CURRENT, folder))) return "";
+    return std::string(folder) + "\\Zelmont\\Verdane\\Settings.xml";
+}
+
+void ClearStore() {
+    const std::string file = SettingsPath();
+    if (!file.empty()) DeleteFileA(file.c_str());
+    RegDeleteTreeA(HKEY_CURRENT_USER, "Software\\Verdane");
+    RegDeleteKeyA(HKEY_CURRENT_USER, "Software\\Verdane");
+    RegDeleteTreeA(HKEY_USERS, ".Default\\Software\\Verdane");
+    RegDeleteKeyA(HKEY_USERS, ".Default\\Software\\Verdane");
+}
+
+// A settings text of `count` SOCKS maps and the default map, as the store writes them.
+std::string SettingsText(int count) {
+    std::string text = "<Settings version=\"25..2..0\"><SOCKS><Maps count=\"" + std::to_string(count) + "\">";
+    for (int i = 1; i <= count + 1; ++i) {
+        const std::string id = i <= count ? std::to_string(i) : "Default";
+        text += "<Map id=\"" + id + "\"><DestinationAddress value=\"host" + std::to_string(i) +
+                ".example\"/><DestinationPort value=\"*\"/><UseProxy value=\"1\"/><ProxyAddress value=\"10.0.0." +
+                std::to_string(i % 250 + 1) + "\"/><ProxyPort value=\"1080\"/><ProxyUser value=\"user" +
+                std::to_string(i) + "\"/><ProtocolVersion value=\"5\"/></Map>";
+    }
+    return text + "</Maps></SOCKS></Settings>";
+}
+
+template <typename Step>
+dxbench::Summary TimeRuns(int runs, Step step) {
+    std::vector<double> samples;
+    for (int i = 0; i < runs; ++i) {
+        double start = dxbench::NowNs();
+        step();
+        samples.push_back(dxbench::NowNs() - start);
+    }
+    return dxbench::Summarize(samples);
+}
+
+template <typename Read>
+dxbench::Summary TimeReads(int batchMs, int batches, Read read) {
+    auto batch = [&](long reads) {
+        double start = dxbench::NowNs();
+        for (long i = 0; i < reads; ++i) read();
+        return dxbench::NowNs() - start;
+    };
+    long reads = 16;
+    while (batch(reads) < batchMs * 1e6 && reads < (1L << 24)) reads *= 2;
+    std::vector<double> perRead;
+    for (int i = 0; i < batches; ++i) perRead.push_back(batch(reads) / static_cast<double>(reads));
+    return dxbench::Summarize(perRead);
+}
+
+// Least squares of time over maps: the slope, in ns per map.
+double Slope(const std::vector<int>& sizes, const std::vector<double>& times) {
+    double n = static_cast<double>(sizes.size()), sx = 0, sy = 0, sxx = 0, sxy = 0;
+    for (size_t i = 0; i < sizes.size(); ++i) {
+        sx += sizes[i];
+        sy += times[i];
+        sxx += static_cast<double>(sizes[i]) * sizes[i];
+        sxy += sizes[i] * times[i];
+    }
+    double d = n * sxx - sx * sx;
+    return d != 0 ? (n * sxy - sx * sy) / d : dxbench::kNoValue;
+}
+
+void FilesAndDocuments(const dxbench::Flags& flags, dxbench::ResultTable& table) {
+    const std::vector<int> sizes = flags.Counts("maps", "1,10,100,500");
+    if (sizes.empty()) throw std::runtime_error("--maps names no size");
+    const int runs = static_cast<int>(flags.Number("runs", 15));
+    if (runs < 1) throw std::runtime_error("--runs must be at least 1");
+    const char* operations[] = {"parse", "GetXml", "write", "read"};
+    std::vector<double> medians[4];
+    for (int size : sizes) {
+        const std::string text = SettingsText(size);
+        CPXMSettings* document = CreateSettings(text.c_str());
+        if (document == nullptr) throw std::runtime_error("a generated settings text did not parse");
+        std::wstring xml;
+        document->GetXml(xml);
+        const dxbench::Summary parse = TimeRuns(runs, [&] { delete CreateSettings(text.c_str()); });
+        const dxbench::Summary give = TimeRuns(runs, [&] {
+            std::wstring again;
+            document->GetXml(again);
+        });
+        const dxbench::Summary write = TimeRuns(runs, [&] {
+            if (WriteSettingsFile(xml) != 1) throw std::runtime_error("the settings file could not be written");
+        });
+        // Each read replaces the process's document and keeps the former one, as the library does.
+        const dxbench::Summary read = TimeRuns(runs, [&] {
+            if (ReadSettingsDocument() != 1) throw std::runtime_error("the settings file could not be read");
+        });
+        delete document;
+        const dxbench::Summary* results[] = {&parse, &give, &write, &read};
+        const std::string notes[] = {
+            std::to_string(text.size()) + " bytes of text into a document",
+            std::to_string(xml.size()) + " characters of the root's text",
+            "frame and text over the settings file, cut in place; the suite library loaded for the path",
+            "the file into a new document; the suite library loaded for the path",
+        };
+        for (int op = 0; op < 4; ++op) {
+            medians[op].push_back(results[op]->median);
+            table.Add("settings store", std::string(operations[op]) + ", " + std::to_string(size) + " maps",
+                      results[op]->count, results[op]->median, results[op]->p99,
+                      notes[op] + "; " + dxbench::FormatNs(results[op]->median / size) + " per map");
+        }
+    }
+    for (int op = 0; op < 4; ++op) {
+        table.Add("settings store", std::string(operations[op]) + ", per map", sizes.size(),
+                  Slope(sizes, medians[op]), dxbench::kNoValue,
+                  "least squares over the sizes (Median column: the slope)");
+    }
+}
+
+void NumberReads(const dxbench::Flags& flags, dxbench::ResultTable& table) {
+    const int batchMs = static_cast<int>(flags.Number("batch-ms", 20));
+    const int batches = static_cast<int>(flags.Number("batches", 15));
+    if (batchMs < 1 || batches < 1) throw std::runtime_error("--batch-ms and --batches must be at least 1");
+    const DWORD three = 3;
+    HKEY key = nullptr;
+    auto put = [&](HKEY root, const char* path) {
+        if (RegCreateKeyExA(root, path, 0, nullptr, 0, KEY_WRITE, nullptr, &key, nullptr) != ERROR_SUCCESS ||
+            RegSetValueExA(key, "Count", 0, REG_DWORD, reinterpret_cast<const BYTE*>(&three), sizeof three) !=
+                ERROR_SUCCESS) {
+            throw std::runtime_error("a value could not be placed in the registry");
+        }
+        RegCloseKey(key);
+    };
+    put(HKEY_USERS, ".Default\\Software\\Verdane\\Network Protocols\\HTTP");
+    put(HKEY_CURRENT_USER, "Software\\Verdane\\Network Protocols\\SOCKS");
+    CPXMXMLREG plain;
+    struct Case {
+        const char* name;
+        const char* path;
+        const char* notes;
+    } cases[] = {
+        {"ReadDword from the user's key", kMapsPath, "Wine registry: open both keys, one query, close both"},
+        {"ReadDword via .Default", "Network Protocols\\HTTP", "user's key missing: the default profile's value"},
+        {"ReadDword on a miss", "Network Protocols\\None", "neither key: the default"},
+    };
+    const DWORD expected[] = {3, 3, 0};
+    for (size_t i = 0; i < 3; ++i) {
+        if (plain.ReadDword(kUserScope, cases[i].path, "Count", 0) != expected[i]) {
+            throw std::runtime_error(std::string(cases[i].name) + ": wrong value");
+        }
+        const dxbench::Summary s =
+            TimeReads(batchMs, batches, [&] { plain.ReadDword(kUserScope, cases[i].path, "Count", 0); });
+        table.Add("settings store", cases[i].name, s.count, s.median, s.p99, cases[i].notes);
+    }
+    CPXMXMLREG bound;
+    const char text[] =
+        "<Registry><Key name=\"HKEY_CURRENT_USER\"><Key name=\"Software\"><Key name=\"Verdane\">"
+        "<Key name=\"Network Protocols\"><Key name=\"SOCKS\"><Value name=\"Count\" type=\"REG_DWORD\" data=\"3\"/>"
+        "</Key></Key></Key></Key></Key></Registry>";
+    if (bound.CreateXmlRegistry(kXmlRegistrySocks, text) != 1) {
+        throw std::runtime_error("no in-memory registry (KVTSOCK2.DLL beside the program?)");
+    }
+    if (bound.ReadDword(kUserScope, kMapsPath, "Count", 0) != 3) throw std::runtime_error("in memory: wrong value");
+    const dxbench::Summary s = TimeReads(batchMs, batches, [&] { bound.ReadDword(kUserScope, kMapsPath, "Count", 0); });
+    table.Add("settings store", "ReadDword in memory", s.count, s.median, s.p99,
+              "our suite library's registry made of XML text; no wineserver request");
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+    try {
+        dxbench::Flags flags(argc, argv);
+        dxbench::ResultTable table(flags);
+        ClearStore();
+        FilesAndDocuments(flags, table);
+        NumberReads(flags, table);
+        ClearStore();
+        return table.Print() ? 0 : 1;
+    } catch (const std::exception& error) {
+        ClearStore();
+        std::fprintf(stderr, "settings_store: %s\n", error.what());
+        return 1;
+    }
+}

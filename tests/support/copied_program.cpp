@@ -1,0 +1,54 @@
+#include "copied_program.h"
+
+#include <fstream>
+#include <sstream>
+
+#include "module_files.h"
+
+namespace dxtest {
+
+CopiedRun RunInCopiedProgram(const std::vector<std::pair<std::string, std::string>>& beside,
+                             const std::string& filter, DWORD ms) {
+    CopiedRun run;
+    const std::string folder = MakeTempDirectory("copied");
+    if (folder.empty()) return run;
+    const std::string program = ModulePath(nullptr);
+    const std::string name = program.substr(program.find_last_of('\\') + 1);
+    bool copied = CopyInto(program, folder, name);
+    for (const auto& file : beside) copied = copied && CopyInto(file.first, folder, file.second);
+    if (copied) {
+        const std::string outputPath = folder + "output.txt";
+        SECURITY_ATTRIBUTES inherit = {sizeof inherit, nullptr, TRUE};
+        HANDLE output = CreateFileA(outputPath.c_str(), GENERIC_WRITE, FILE_SHARE_READ, &inherit, CREATE_ALWAYS,
+                                    FILE_ATTRIBUTE_NORMAL, nullptr);
+        std::string command = "\"" + folder + name + "\" --gtest_also_run_disabled_tests --gtest_filter=" + filter;
+        STARTUPINFOA startup = {};
+        startup.cb = sizeof startup;
+        startup.dwFlags = STARTF_USESTDHANDLES;
+        startup.hStdOutput = output;
+        startup.hStdError = output;
+        PROCESS_INFORMATION child = {};
+        run.started = output != INVALID_HANDLE_VALUE &&
+                      CreateProcessA(nullptr, &command[0], nullptr, nullptr, TRUE, 0, nullptr, nullptr,
+                                     &startup, &child) != FALSE;
+        if (output != INVALID_HANDLE_VALUE) CloseHandle(output);
+        if (run.started) {
+            run.ended = WaitForSingleObject(child.hProcess, ms) == WAIT_OBJECT_0;
+            if (!run.ended) {
+                TerminateProcess(child.hProcess, 1);
+                WaitForSingleObject(child.hProcess, 10000);
+            }
+            GetExitCodeProcess(child.hProcess, &run.exitCode);
+            CloseHandle(child.hThread);
+            CloseHandle(child.hProcess);
+        }
+        std::ifstream file(outputPath, std::ios::binary);
+        std::ostringstream text;
+        text << file.rdbuf();
+        run.output = text.str();
+    }
+    RemoveTree(folder);
+    return run;
+}
+
+}  // namespace dxtest
