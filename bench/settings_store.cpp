@@ -60,23 +60,6 @@ std::string SettingsText(int count) {
     return text + "</Maps></SOCKS></Settings>";
 }
 
-std::vector<int> Sizes(const dxbench::Flags& flags, const char* name = "maps",
-                       const char* fallback = "1,10,100,500") {
-    std::vector<int> sizes;
-    const std::string text = flags.Text(name, fallback);
-    size_t start = 0;
-    while (start < text.size()) {
-        size_t end = text.find(',', start);
-        if (end == std::string::npos) end = text.size();
-        int size = std::atoi(text.substr(start, end - start).c_str());
-        if (size < 1 || size > 100000) throw std::runtime_error(std::string("--") + name + " takes sizes from 1 to 100000");
-        sizes.push_back(size);
-        start = end + 1;
-    }
-    if (sizes.empty()) throw std::runtime_error(std::string("--") + name + " names no size");
-    return sizes;
-}
-
 template <typename Step>
 dxbench::Summary TimeRuns(int runs, Step step) {
     std::vector<double> samples;
@@ -116,7 +99,8 @@ double Slope(const std::vector<int>& sizes, const std::vector<double>& times) {
 }
 
 void FilesAndDocuments(const dxbench::Flags& flags, dxbench::ResultTable& table) {
-    const std::vector<int> sizes = Sizes(flags);
+    const std::vector<int> sizes = flags.Counts("maps", "1,10,100,500");
+    if (sizes.empty()) throw std::runtime_error("--maps names no size");
     const int runs = static_cast<int>(flags.Number("runs", 15));
     if (runs < 1) throw std::runtime_error("--runs must be at least 1");
     const char* operations[] = {"parse", "GetXml", "write", "read"};
@@ -240,7 +224,7 @@ void PutRegistryMap(const std::string& path, int i) {
 }
 
 void RegistryStoreReads(const dxbench::Flags& flags, dxbench::ResultTable& table) {
-    const std::vector<int> sizes = Sizes(flags, "registry-maps", "1,10,100,1000");
+    const std::vector<int> sizes = flags.Counts("registry-maps", "1,10,100,1000");
     const int runs = static_cast<int>(flags.Number("runs", 15));
     if (runs < 1) throw std::runtime_error("--runs must be at least 1");
     const std::string family = "Software\\Verdane\\Network Protocols\\SOCKS";

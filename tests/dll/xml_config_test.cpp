@@ -78,7 +78,8 @@ TEST(XmlConfigChild, DISABLED_BadText) {
     EXPECT_EQ(SOCKS_GetXMLConfig(), nullptr);
     EXPECT_EQ(capture.Lines(), Joined({Framed("SOCKS_SetXMLConfig", 0), Framed("SOCKS_GetXMLConfig", 0)}));
     const std::string bomb =
-        "<!DOCTYPE r [<!ENTITY a \"aaaaaaaaaa\"><!ENTITY b \"&a;&a;&a;&a;&a;&a;&a;&a;&a;&a;\">]><Registry>&b;</Registry>";
+        "<!DOCTYPE r [<!ENTITY a \"aaaaaaaaaa\"><!ENTITY b \"&a;&a;&a;&a;&a;&a;&a;&a;&a;&a;\">]>"
+        "<Registry>&b;</Registry>";
     EXPECT_EQ(HTTP_SetXMLConfig(bomb.c_str()), 0);
     const std::string huge = "<Registry><Key name=\"HKEY_CURRENT_USER\"><Value name=\"v\" type=\"REG_SZ\" data=\"" +
                              std::string(10 * 1024 * 1024, 'x') + "\"/></Key></Registry>";
