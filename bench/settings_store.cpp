@@ -3,12 +3,15 @@
 // again; the time per map shows whether that grows linearly. A number read through the registry
 // layer costs a few wineserver requests (two opens, a query or two, two closes): from the user's key,
 // via HKEY_USERS\.Default when the user's key lacks it, on a miss, and from our suite library's
-// in-memory registry.
+// in-memory registry. The older registry store's reader, ReadFromRegistry, over 1 to 1000 maps of
+// the Wine registry, each holding all its values, and one map whose missing proxy address sends it
+// to dxapps.ini.
 //
 // It uses the settings file and Software\Verdane of both hives, which it clears before and after.
 // Flags: --maps=1,10,100,500 the sizes; --runs=N (15) timed runs of each operation and size;
-// --batch-ms=N (20) the least time of one timed batch of reads, --batches=N (15); --rows=PATH;
-// --store-maps=1,10,100,1000 the proxy store's sizes.
+// --batch-ms=N (20) the least time of one timed batch of reads, --batches=N (15);
+// --registry-maps=1,10,100,1000 the registry store's sizes; --store-maps=1,10,100,1000 the
+// settings file store's sizes; --rows=PATH.
 #include <winsock2.h>
 #include <windows.h>
 #include <shlobj.h>
@@ -20,8 +23,10 @@
 
 #include "bench_util.h"
 #include "config_sets.h"
+#include "lifecycle.h"
+#include "registry_names.h"
 #include "settings_file.h"
-#include "settings_maps.h"
+#include "socks_config.h"
 #include "suite_library.h"
 #include "xml_registry.h"
 
@@ -55,22 +60,6 @@ std::string SettingsText(int count) {
                 std::to_string(i) + "\"/><ProtocolVersion value=\"5\"/></Map>";
     }
     return text + "</Maps></SOCKS></Settings>";
-}
-
-std::vector<int> Sizes(const dxbench::Flags& flags, const char* name = "maps", const char* sizesByDefault = "1,10,100,500") {
-    std::vector<int> sizes;
-    const std::string text = flags.Text(name, sizesByDefault);
-    size_t start = 0;
-    while (start < text.size()) {
-        size_t end = text.find(',', start);
-        if (end == std::string::npos) end = text.size();
-        int size = std::atoi(text.substr(start, end - start).c_str());
-        if (size < 1 || size > 100000) throw std::runtime_error(std::string("--") + name + " takes sizes from 1 to 100000");
-        sizes.push_back(size);
-        start = end + 1;
-    }
-    if (sizes.empty()) throw std::runtime_error(std::string("--") + name + " names no size");
-    return sizes;
 }
 
 template <typename Step>
@@ -112,7 +101,8 @@ double Slope(const std::vector<int>& sizes, const std::vector<double>& times) {
 }
 
 void FilesAndDocuments(const dxbench::Flags& flags, dxbench::ResultTable& table) {
-    const std::vector<int> sizes = Sizes(flags);
+    const std::vector<int> sizes = flags.Counts("maps", "1,10,100,500");
+    if (sizes.empty()) throw std::runtime_error("--maps names no size");
     const int runs = static_cast<int>(flags.Number("runs", 15));
     if (runs < 1) throw std::runtime_error("--runs must be at least 1");
     const char* operations[] = {"parse", "GetXml", "write", "read"};
@@ -206,68 +196,134 @@ void NumberReads(const dxbench::Flags& flags, dxbench::ResultTable& table) {
               "our suite library's registry made of XML text; no wineserver request");
 }
 
+// Sets a value under HKEY_CURRENT_USER\<path>, making the key.
+void PutRegistryValue(const std::string& path, const char* name, DWORD type, const void* data, DWORD size) {
+    HKEY key = nullptr;
+    if (RegCreateKeyExA(HKEY_CURRENT_USER, path.c_str(), 0, nullptr, 0, KEY_WRITE, nullptr, &key, nullptr) !=
+            ERROR_SUCCESS ||
+        RegSetValueExA(key, name, 0, type, static_cast<const BYTE*>(data), size) != ERROR_SUCCESS) {
+        throw std::runtime_error("a value could not be placed in the registry");
+    }
+    RegCloseKey(key);
+}
+
+void PutRegistryText(const std::string& path, const char* name, const std::string& text) {
+    PutRegistryValue(path, name, REG_SZ, text.c_str(), static_cast<DWORD>(text.size() + 1));
+}
+
+// A map as the older versions wrote it: every value present, so that dxapps.ini is not read.
+void PutRegistryMap(const std::string& path, int i) {
+    const BYTE on = 1;
+    const DWORD version = 5;
+    PutRegistryText(path, "Destination Address", "host" + std::to_string(i) + ".example");
+    PutRegistryText(path, "Destination Port", "*");
+    PutRegistryValue(path, "Use Proxy", REG_BINARY, &on, 1);
+    PutRegistryText(path, "Proxy Address", "10.0.0." + std::to_string(i % 250 + 1));
+    PutRegistryText(path, "Proxy Port", "1080");
+    PutRegistryText(path, "Proxy User", "user" + std::to_string(i));
+    PutRegistryValue(path, "Protocol Version", REG_DWORD, &version, sizeof version);
+    PutRegistryValue(path, "Basic Authentication", REG_BINARY, &on, 1);
+}
+
+void RegistryStoreReads(const dxbench::Flags& flags, dxbench::ResultTable& table) {
+    const std::vector<int> sizes = flags.Counts("registry-maps", "1,10,100,1000");
+    const int runs = static_cast<int>(flags.Number("runs", 15));
+    if (runs < 1) throw std::runtime_error("--runs must be at least 1");
+    const std::string family = "Software\\Verdane\\Network Protocols\\SOCKS";
+    // Our strings, as the entry routine finds them at attach: without them each map's hosts would
+    // seek the resource library afresh.
+    g_hModule = GetModuleHandleA(nullptr);
+    g_resourceLibrary.Initialise(g_hModule, "DXSOCKS.DLL");
+    std::vector<double> medians;
+    int stored = 0;
+    ClearStore();
+    for (int size : sizes) {
+        // The maps of the smaller sizes stay; only the count and the new maps are written.
+        for (int i = stored + 1; i <= size; ++i) {
+            char name[kRegistryPathSize];
+            FormatMapKeyName(name, i);
+            PutRegistryMap(family + "\\" + name, i);
+        }
+        stored = size > stored ? size : stored;
+        PutRegistryMap(family + "\\Default Map", 0);
+        const DWORD count = static_cast<DWORD>(size);
+        PutRegistryValue(family, "Count", REG_DWORD, &count, sizeof count);
+        CSocksConfig set;
+        const dxbench::Summary s = TimeRuns(runs, [&] {
+            if (set.ReadFromRegistry() != 1 || set.Count() != static_cast<uint32_t>(size) + 1) {
+                throw std::runtime_error("ReadFromRegistry did not read every map");
+            }
+        });
+        medians.push_back(s.median);
+        table.Add("settings store", "ReadFromRegistry, " + std::to_string(size) + " maps", s.count, s.median, s.p99,
+                  "SOCKS family and its default map, 8 values each, through the registry layer; " +
+                      dxbench::FormatNs(s.median / (size + 1)) + " per map");
+    }
+    table.Add("settings store", "ReadFromRegistry, per map", sizes.size(), Slope(sizes, medians), dxbench::kNoValue,
+              "least squares over the sizes (Median column: the slope)");
+    // A family key with no values at all: the default map reads dxapps.ini, here missing.
+    ClearStore();
+    HKEY key = nullptr;
+    if (RegCreateKeyExA(HKEY_CURRENT_USER, family.c_str(), 0, nullptr, 0, KEY_WRITE, nullptr, &key, nullptr) !=
+        ERROR_SUCCESS) {
+        throw std::runtime_error("the family key could not be made");
+    }
+    RegCloseKey(key);
+    CSocksConfig set;
+    const dxbench::Summary s = TimeRuns(runs, [&] {
+        if (set.ReadFromRegistry() != 1 || set.Count() != 1) throw std::runtime_error("no default map");
+    });
+    table.Add("settings store", "ReadFromRegistry, default map from dxapps.ini", s.count, s.median, s.p99,
+              "no values in the registry: three reads of the ini file (missing) besides the registry's");
+    ClearStore();
+}
+
 
 // The proxy maps in the settings file: ReadFromXml of 1 to 1000 maps a family from the document in
 // memory, WriteToXml of as many into a new document, and a migration: a SOCKS set read from the
 // registry, written with the HTTP family's maps into the file, both trees deleted.
-CProxyMap* StoreMap(int i, bool socks) {
-    CProxyMap* map = socks ? CSocksConfig::NewMap() : CHttpConfig::NewMap();
-    const std::string n = std::to_string(i);
-    map->SetDestinationAddress(("host" + n + ".example").c_str());
-    map->SetDestinationPort(std::to_string(1 + i % 65535).c_str());
-    map->SetProxyAddress(("10.0." + std::to_string(i / 250 % 250) + "." + std::to_string(i % 250 + 1)).c_str());
-    map->SetProxyPort(socks ? "1080" : "8080");
-    map->SetProxyUser(("user" + n).c_str());
-    map->ProtocolVersion = 5;
-    map->SetUseProxy(1);
-    return map;
-}
-
 template <typename Set>
-void FillStoreSet(Set& set, int count, bool socks) {
+void FillStoreSet(Set& set, int count) {
     set.Clear();
     for (int i = 1; i <= count + 1; ++i) {
-        CProxyMap* map = StoreMap(i, socks);
+        CProxyMap* map = Set::NewMap();
+        const std::string n = std::to_string(i);
+        map->SetDestinationAddress(("host" + n + ".example").c_str());
+        map->SetDestinationPort(std::to_string(1 + i % 65535).c_str());
+        map->SetProxyAddress(("10.0." + std::to_string(i / 250 % 250) + "." + std::to_string(i % 250 + 1)).c_str());
+        map->SetProxyUser(("user" + n).c_str());
+        map->ProtocolVersion = 5;
+        map->SetUseProxy(1);
         if (i > count) map->IsDefaultMap = 1;
         set.Append(map);
     }
 }
 
-void PutRegistryMaps(const char* family, int count) {
-    auto put = [](const std::string& path, const char* name, DWORD type, const void* data, DWORD size) {
-        HKEY key = nullptr;
-        if (RegCreateKeyExA(HKEY_CURRENT_USER, path.c_str(), 0, nullptr, 0, KEY_WRITE, nullptr, &key, nullptr) !=
-                ERROR_SUCCESS ||
-            RegSetValueExA(key, name, 0, type, static_cast<const BYTE*>(data), size) != ERROR_SUCCESS) {
-            throw std::runtime_error("a value could not be placed in the registry");
-        }
-        RegCloseKey(key);
-    };
+void PutRegistryFamily(const char* family, int count) {
     const std::string root = std::string("Software\\Verdane\\Network Protocols\\") + family;
-    const DWORD numbered = static_cast<DWORD>(count), one = 1;
-    put(root, "Count", REG_DWORD, &numbered, sizeof numbered);
-    for (int i = 1; i <= count + 1; ++i) {
-        std::string number = std::to_string(i);
-        if (number.size() < 3) number.insert(0, 3 - number.size(), '0');
-        const std::string path = root + "\\" + (i <= count ? "Map " + number : std::string("Default Map"));
-        const std::string host = "host" + std::to_string(i) + ".example", proxy = "10.0.0." + std::to_string(i % 250 + 1);
-        if (i <= count) put(path, "Destination Address", REG_SZ, host.c_str(), static_cast<DWORD>(host.size() + 1));
-        put(path, "Proxy Address", REG_SZ, proxy.c_str(), static_cast<DWORD>(proxy.size() + 1));
-        put(path, "Use Proxy", REG_DWORD, &one, sizeof one);
+    const DWORD numbered = static_cast<DWORD>(count);
+    PutRegistryValue(root, "Count", REG_DWORD, &numbered, sizeof numbered);
+    for (int i = 1; i <= count; ++i) {
+        char name[kRegistryPathSize];
+        FormatMapKeyName(name, i);
+        PutRegistryMap(root + "\\" + name, i);
     }
+    PutRegistryMap(root + "\\Default Map", 0);
 }
 
-void ProxyStore(const dxbench::Flags& flags, dxbench::ResultTable& table) {
-    // As the entry routine does: otherwise each host set would look for the resource library anew.
-    g_resourceLibrary.Initialise(GetModuleHandleA(nullptr), "DXSOCKS.DLL");
-    const std::vector<int> sizes = Sizes(flags, "store-maps", "1,10,100,1000");
+void XmlStore(const dxbench::Flags& flags, dxbench::ResultTable& table) {
+    const std::vector<int> sizes = flags.Counts("store-maps", "1,10,100,1000");
     const int runs = static_cast<int>(flags.Number("runs", 15));
+    if (runs < 1) throw std::runtime_error("--runs must be at least 1");
+    // Our strings, as the entry routine finds them at attach.
+    g_hModule = GetModuleHandleA(nullptr);
+    g_resourceLibrary.Initialise(g_hModule, "DXSOCKS.DLL");
     std::vector<double> medians[3];
     for (int size : sizes) {
         CSocksConfig socks;
         CHttpConfig http;
-        FillStoreSet(socks, size, true);
-        FillStoreSet(http, size, false);
+        FillStoreSet(socks, size);
+        FillStoreSet(http, size);
         SettingsDocument = CreateSettings(nullptr);
         if (socks.WriteToXml() != 1 || http.WriteToXml() != 1) throw std::runtime_error("WriteToXml failed");
         CPXMSettings* both = SettingsDocument;
@@ -277,26 +333,24 @@ void ProxyStore(const dxbench::Flags& flags, dxbench::ResultTable& table) {
                 throw std::runtime_error("ReadFromXml read another set");
             }
         });
-        // Each write into a new document, dropped afterwards as the library drops its own.
+        // Each write into a new document, dropped afterwards.
         const dxbench::Summary write = TimeRuns(runs, [&] {
             SettingsDocument = CreateSettings(nullptr);
             if (socks.WriteToXml() != 1) throw std::runtime_error("WriteToXml failed");
             delete SettingsDocument;
             SettingsDocument = nullptr;
         });
-        const int migrationRuns = runs < 5 ? runs : 5;
         std::vector<double> samples;
-        for (int i = 0; i < migrationRuns; ++i) {
+        for (int i = 0; i < (runs < 5 ? runs : 5); ++i) {
             ClearStore();
-            PutRegistryMaps("SOCKS", size);
-            PutRegistryMaps("HTTP", size);
+            PutRegistryFamily("SOCKS", size);
+            PutRegistryFamily("HTTP", size);
             SettingsDocument = nullptr;
-            delete g_pSocksConfig;
-            delete g_pHttpConfig;
+            // The sets of earlier runs are left as a migration leaves the one it replaces.
             g_pSocksConfig = new CSocksConfig();
             g_pHttpConfig = new CHttpConfig();
             if (g_pSocksConfig->MigrationState != 1) throw std::runtime_error("the registry was not read");
-            double start = dxbench::NowNs();
+            const double start = dxbench::NowNs();
             g_pSocksConfig->WriteConfiguration();
             samples.push_back(dxbench::NowNs() - start);
             if (g_pSocksConfig->MigrationState != 0) throw std::runtime_error("the migration did not end");
@@ -335,7 +389,8 @@ int main(int argc, char** argv) {
         ClearStore();
         FilesAndDocuments(flags, table);
         NumberReads(flags, table);
-        ProxyStore(flags, table);
+        RegistryStoreReads(flags, table);
+        XmlStore(flags, table);
         ClearStore();
         return table.Print() ? 0 : 1;
     } catch (const std::exception& error) {

@@ -33,11 +33,14 @@ set(DX_WIN32_frame
   frame/proxy_socket_manager.cpp
   frame/resolver.cpp)
 
-# Suite library, resource library, UI library binding, version information.
+# Suite library, resource library, UI library binding, version information, the identity table.
 set(DX_PORTABLE_host
+  host/ident_query.cpp
+  host/identity_table.cpp
   host/suite_path.cpp
   host/version_text.cpp)
 set(DX_WIN32_host
+  host/identity_mapping.cpp
   host/suite_library.cpp
   host/version_info.cpp)
 

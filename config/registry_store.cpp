@@ -53,6 +53,7 @@ int ReadMap(const RegistryFamily& family, CProxyMap* map, int index) {
     } else {
         FormatMapPath(path, family.name, index);
         char buffer[kValueBufferSize] = {};
+        // Kept: a destination too long for the buffer reads empty, which stores as any host.
         g_xmlRegistry.ReadString(kUserScope, path, "Destination Address", "", buffer, sizeof buffer);
         map->SetDestinationAddress(buffer);
         g_xmlRegistry.ReadString(kUserScope, path, "Destination Port", "", buffer, sizeof buffer);

@@ -57,7 +57,7 @@ int CallWithAddressRecord(HostPortCall call, SOCKET s, const sockaddr* name, int
     return call(s, text, port, nullptr, AF_INET);
 }
 
-int CloseManagedSocket(const char* name, SOCKET s) {
+int CloseManagedSocket(const char* name, SOCKET s, ReleaseHeld release) {
     ExportLog log(name, s);
     ProxySocketUse object = g_pProxySocketManager->FindSocket(s);
     if (object != nullptr) {
@@ -66,6 +66,7 @@ int CloseManagedSocket(const char* name, SOCKET s) {
             log.End(0);
             return 0;
         }
+        if (release != nullptr) release(object.get());
         SOCKS_LogString("g_pProxySocketManager->RemoveSocket(s)");
         // Unlinked now; freed when the last use goes, maybe an event step still running on it.
         g_pProxySocketManager->RemoveSocket(object.get());
@@ -76,11 +77,12 @@ int CloseManagedSocket(const char* name, SOCKET s) {
 }
 
 // The socket itself isn't closed here.
-void CleanupManagedSocket(const char* name, SOCKET s) {
+void CleanupManagedSocket(const char* name, SOCKET s, ReleaseHeld release) {
     ExportLog log(name, s);
     ProxySocketUse object = g_pProxySocketManager->FindSocket(s);
     if (object != nullptr) {
         object->ReleaseSocket();
+        if (release != nullptr) release(object.get());
         SOCKS_LogString("g_pProxySocketManager->RemoveSocket(s)");
         g_pProxySocketManager->RemoveSocket(object.get());
     }

@@ -29,8 +29,10 @@ int CallWithAddressRecord(HostPortCall call, SOCKET s, const sockaddr* name, int
 bool AddressLengthFaults(const int* length);
 
 // The socket calls that both families make word for word alike; `name` is the export's.
-int CloseManagedSocket(const char* name, SOCKET s);
-void CleanupManagedSocket(const char* name, SOCKET s);
+// `release`, when given, lets the family free what its class holds before the object goes.
+using ReleaseHeld = void (*)(CProxySocket* object);
+int CloseManagedSocket(const char* name, SOCKET s, ReleaseHeld release = nullptr);
+void CleanupManagedSocket(const char* name, SOCKET s, ReleaseHeld release = nullptr);
 int GetManagedSockName(const char* name, const char* owner, SOCKET s, sockaddr* address, int* length);
 int ListenManaged(const char* name, SOCKET s, int backlog);
 int SelectManaged(const char* name, int nfds, fd_set* readfds, fd_set* writefds, fd_set* exceptfds,

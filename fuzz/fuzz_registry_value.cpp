@@ -7,17 +7,11 @@
 #include <string>
 #include <vector>
 
+#include "guarded_field.h"
 #include "registry_value.h"
 #include "settings_text.h"
 
 namespace {
-
-int AsciiCompare(const char* left, const char* right) {
-    auto lower = [](char c) { return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c; };
-    for (; *left != '\0' && lower(*left) == lower(*right); ++left, ++right) {
-    }
-    return lower(*left) - lower(*right);
-}
 
 void Check(bool condition) {
     if (!condition) std::abort();
@@ -34,7 +28,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     const uint8_t* value = data + 2;
     const size_t length = size - 2;
 
-    const uint32_t flag = FlagFromValue(type, value, length, fallback, AsciiCompare);
+    const uint32_t flag = FlagFromValue(type, value, length, fallback, dxtest::AsciiCompareNoCase);
     if (type == kValueBinary || type == kValueNumber) Check(flag == (length > 0 && value[0] == 1 ? 1u : 0u));
     else if (type == kValueText) Check(flag == 0 || flag == 1 || flag == fallback);
     else Check(flag == 0);

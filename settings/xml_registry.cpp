@@ -39,6 +39,22 @@ private:
 using SharedHold = Hold<AcquireSRWLockShared, ReleaseSRWLockShared>;
 using ExclusiveHold = Hold<AcquireSRWLockExclusive, ReleaseSRWLockExclusive>;
 
+// Lists the names that `enumerate(index, name, &length)` gives from index 0 up, as far as they fit;
+// the bytes used.
+template <typename Enumerate>
+DWORD ListNames(char* buffer, DWORD size, Enumerate enumerate) {
+    NameListWriter list(buffer, size);
+    for (DWORD index = 0;; ++index) {
+        char name[kNameSize];
+        DWORD length = sizeof name;
+        // Decided: a name that won't fit ends the list.
+        if (enumerate(index, name, &length) != ERROR_SUCCESS || length >= sizeof name || !list.Add(name, length)) {
+            break;
+        }
+    }
+    return static_cast<DWORD>(list.Finish());
+}
+
 template <typename Entry>
 Entry Resolve(HMODULE library, const char* name) {
     return reinterpret_cast<Entry>(reinterpret_cast<void*>(GetProcAddress(library, name)));
@@ -240,17 +256,12 @@ int CPXMXMLREG::QueryValue(ConfigKey& key, const char* name, DWORD* type, BYTE* 
 }
 
 DWORD CPXMXMLREG::EnumValues(ConfigKey& key, char* buffer, DWORD size) {
-    NameListWriter list(buffer, size);
-    if (!list.Usable() || key.user == nullptr) return 0;
-    for (DWORD index = 0;; ++index) {
-        char name[kNameSize];
-        DWORD length = sizeof name;
-        LONG outcome = registry != nullptr
-                           ? registry->EnumValue(key.user, index, name, &length, nullptr, nullptr, nullptr, nullptr)
-                           : ::RegEnumValueA(key.user, index, name, &length, nullptr, nullptr, nullptr, nullptr);
-        if (outcome != ERROR_SUCCESS || length >= sizeof name || !list.Add(name, length)) break;
-    }
-    return static_cast<DWORD>(list.Finish());
+    if (!NameListWriter(buffer, size).Usable() || key.user == nullptr) return 0;
+    return ListNames(buffer, size, [&](DWORD index, char* name, DWORD* length) {
+        return registry != nullptr
+                   ? registry->EnumValue(key.user, index, name, length, nullptr, nullptr, nullptr, nullptr)
+                   : ::RegEnumValueA(key.user, index, name, length, nullptr, nullptr, nullptr, nullptr);
+    });
 }
 
 DWORD CPXMXMLREG::ReadFlag(DWORD scope, const char* subPath, const char* name, DWORD fallback) {
@@ -346,23 +357,17 @@ int CPXMXMLREG::WriteString(DWORD scope, const char* subPath, const char* name, 
 }
 
 DWORD CPXMXMLREG::EnumSubkeys(DWORD scope, const char* subPath, char* buffer, DWORD size) {
-    NameListWriter list(buffer, size);
-    if (!list.Usable()) return 0;
+    if (!NameListWriter(buffer, size).Usable()) return 0;
     SharedHold hold(lock);
     ConfigKey key;
     if (!OpenConfigKey(key, scope, subPath, KEY_READ)) return 0;
     DWORD used = 0;
     if (key.user != nullptr) {
-        for (DWORD index = 0;; ++index) {
-            char name[kNameSize];
-            DWORD length = sizeof name;
-            LONG outcome = registry != nullptr
-                               ? registry->EnumKeyEx(key.user, index, name, &length, nullptr, nullptr, nullptr, nullptr)
-                               : ::RegEnumKeyExA(key.user, index, name, &length, nullptr, nullptr, nullptr, nullptr);
-            // Decided: a name that won't fit ends the list.
-            if (outcome != ERROR_SUCCESS || length >= sizeof name || !list.Add(name, length)) break;
-        }
-        used = static_cast<DWORD>(list.Finish());
+        used = ListNames(buffer, size, [&](DWORD index, char* name, DWORD* length) {
+            return registry != nullptr
+                       ? registry->EnumKeyEx(key.user, index, name, length, nullptr, nullptr, nullptr, nullptr)
+                       : ::RegEnumKeyExA(key.user, index, name, length, nullptr, nullptr, nullptr, nullptr);
+        });
     }
     CloseConfigKey(key);
     return used;

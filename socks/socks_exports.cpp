@@ -21,6 +21,10 @@ SharedUse<CSocksSocket> FindOrAddSocksSocket(SOCKET s) {
 
 SharedUse<CSocksSocket> FindSocksSocket(SOCKET s) { return g_pProxySocketManager->FindSocket(s).As<CSocksSocket>(); }
 
+// A handshake that ended without ConnectFinished still holds its identity entry; the registry frees
+// objects without knowing their class, so it goes here, before the object does.
+void DropSocksIdentity(CProxySocket* object) { static_cast<CSocksSocket*>(object)->DropIdentity(); }
+
 // The dispatch table of SOCKS_Startup. Null slots are exports this build doesn't have.
 const AnyFunction kSocksDispatchTable[33] = {
     Slot(SOCKS_accept),     Slot(SOCKS_bind),          Slot(SOCKS_closesocket),        Slot(SOCKS_connect),
@@ -150,7 +154,7 @@ int SOCKS_bind(SOCKET s, const sockaddr* name, int namelen) {
     return result;
 }
 
-int SOCKS_closesocket(SOCKET s) { return CloseManagedSocket("SOCKS_closesocket", s); }
+int SOCKS_closesocket(SOCKET s) { return CloseManagedSocket("SOCKS_closesocket", s, DropSocksIdentity); }
 
 int SOCKS_connect(SOCKET s, const sockaddr* name, int namelen) {
     ExportLog log("SOCKS_connect", s);
@@ -241,7 +245,7 @@ int SOCKS_SetXMLConfig(const char* text) { return SetXmlConfigExport("SOCKS_SetX
 
 const char* SOCKS_GetXMLConfig() { return GetXmlConfigExport("SOCKS_GetXMLConfig"); }
 
-void SOCKS_CleanupSocket(SOCKET s) { CleanupManagedSocket("SOCKS_CleanupSocket", s); }
+void SOCKS_CleanupSocket(SOCKET s) { CleanupManagedSocket("SOCKS_CleanupSocket", s, DropSocksIdentity); }
 
 int SOCKS_SetProxyEx(SOCKET s, const sockaddr_in* proxy, int length, const char* userId, unsigned int version) {
     ExportLog log("SOCKS_SetProxyEx", s);

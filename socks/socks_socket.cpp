@@ -7,6 +7,7 @@
 
 #include "bounded_text.h"
 #include "dxsocks_ids.h"
+#include "identity_mapping.h"
 #include "lifecycle.h"
 #include "log.h"
 #include "resolver.h"
@@ -59,6 +60,7 @@ int CSocksSocket::StartConnect(unsigned newCommand, const char* host, unsigned p
         targetPort = static_cast<uint16_t>(port);
         outcome = ConnectToServer(parent);
         if (outcome == 0) {
+            AddIdentity();
             if (!asyncMode) state = kConnected;
             ReportEvent(command == kCommandConnect ? IDR_CONNECT_REQUEST_DUE : IDR_BIND_REQUEST_DUE);
             if (!asyncMode) {
@@ -80,6 +82,46 @@ int CSocksSocket::ConnectToServer(HWND parent) {
     return code;
 }
 
+void CSocksSocket::AddIdentity() {
+    // The table's calls leave the WinSock error as the connect left it for the host.
+    const int savedError = WSAGetLastError();
+    AddIdentityEntry();
+    WSASetLastError(savedError);
+}
+
+void CSocksSocket::AddIdentityEntry() {
+    // A handshake that ended without ConnectFinished left its entry and mapping: retries don't pile up.
+    DropIdentity();
+    sockaddr_in local = {};
+    int length = sizeof local;
+    if (getsockname(socket, reinterpret_cast<sockaddr*>(&local), &length) != 0) return;
+    SOCKS_LogString("CSocksSocket::ProcessState - getsockname %s:%d", inet_ntoa(local.sin_addr),
+                    static_cast<int>(ntohs(local.sin_port)));
+    HANDLE mapping = IdentityOpen(FILE_MAP_WRITE);
+    if (mapping == nullptr) {
+        SOCKS_LogString("Could not create memory mapped file.");
+        return;
+    }
+    identityLocalPort = ntohs(local.sin_port);
+    unsigned remotePort = ntohs(proxyAddress.sin_port);
+    SOCKS_LogString("IdentityAdd(%p,%u,%u,%s)", mapping, static_cast<unsigned>(identityLocalPort), remotePort, userId);
+    if (!IdentityAdd(mapping, identityLocalPort, remotePort, userId)) {
+        SOCKS_LogString("Could not write to memory mapped file.");
+    }
+    // Handed to the object only now: on the hidden thread the handshake may end meanwhile, and its
+    // ConnectFinished must not close the mapping under this add. If it has ended, the entry goes now.
+    InterlockedExchangePointer(&identityHandle, mapping);
+    if (state == kFinished || state == kEstablished) DropIdentity();
+}
+
+void CSocksSocket::DropIdentity() {
+    HANDLE mapping = InterlockedExchangePointer(&identityHandle, nullptr);
+    if (mapping == nullptr) return;
+    const int savedError = WSAGetLastError();
+    IdentityRemove(mapping, identityLocalPort, ntohs(proxyAddress.sin_port));
+    CloseHandle(mapping);
+    WSASetLastError(savedError);
+}
 
 int CSocksSocket::ProcessState() {
     // A prompt's message loop may deliver this socket's next event while a step is still running.
@@ -342,5 +384,7 @@ int CSocksSocket::Send(const void* buffer, int length) { return SendAs(kOwner, b
 void CSocksSocket::ConnectFinished(unsigned error) {
     lastError = static_cast<int32_t>(error);
     state = kFinished;
+    // For blocking sockets too: the proxy has had its chance to ask.
+    DropIdentity();
     if (HandOverToHost(kOwner, g_hSocksWindow, error)) WSASetLastError(static_cast<int>(error));
 }

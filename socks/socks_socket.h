@@ -14,6 +14,12 @@ public:
     void SetProxy(const sockaddr_in* proxy, int length, const char* user, unsigned version);
     int StartConnect(unsigned command, const char* host, unsigned port, HWND parent, unsigned* error);
     int ConnectToServer(HWND parent);
+    // Enters the socket's local port, the proxy's port and userId in the identity table, for the
+    // time of the handshake. Nothing here fails the connect.
+    void AddIdentity();
+    // Takes this socket's entry out of the identity table and closes its mapping, once: the end of
+    // the handshake, a retry, or the last close of a handshake that never finished.
+    void DropIdentity();
     int ProcessState();
     int ProcessSocks4State();
     int SendSocks4Request();
@@ -35,6 +41,7 @@ public:
     uint32_t identityLocalPort = 0;
 
 private:
+    void AddIdentityEntry();
     int PeekReply(int tries, bool tenWhenGranted);
     int FailHandshake(int error);
     bool AskPassword(const char* proxyText, wchar_t* password);

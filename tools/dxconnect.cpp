@@ -8,6 +8,7 @@
 #include "http_api.h"
 #include "registry_api.h"
 #include "socks_api.h"
+#include "tool_options.h"
 
 #include <atomic>
 #include <chrono>
@@ -84,14 +85,7 @@ struct Options {
 
 const char *TypeName(ProxyType type) { return kTypeNames[static_cast<int>(type)]; }
 
-bool ParsePort(const std::string &text, unsigned *port) {
-    if (text.empty() || text.size() > 5 || text.find_first_not_of("0123456789") != std::string::npos)
-        return false;
-    unsigned long value = std::strtoul(text.c_str(), nullptr, 10);
-    if (value < 1 || value > 65535) return false;
-    *port = static_cast<unsigned>(value);
-    return true;
-}
+bool ParsePort(const std::string &text, unsigned *port) { return ReadDecimal(text, 1, 65535, port); }
 
 int UsageError(const std::string &message) {
     std::fprintf(stderr, "dxconnect: %s\nTry 'dxconnect -h' for help.\n", message.c_str());
@@ -138,13 +132,7 @@ int ParseOptions(int argc, char **argv, Options *o) {
         }
         if (std::strchr("txupwr", flag) == nullptr) return UsageError("unknown option " + arg);
         std::string value;
-        if (arg.size() > 2) {
-            value = arg.substr(2);
-        } else if (i + 1 < argc) {
-            value = argv[++i];
-        } else {
-            return UsageError("option " + arg + " needs a value");
-        }
+        if (!OptionValue(arg, argc, argv, &i, &value)) return UsageError("option " + arg + " needs a value");
         if (flag == 't') {
             if (value == "socks4") o->type = ProxyType::Socks4;
             else if (value == "socks5") o->type = ProxyType::Socks5;

@@ -100,6 +100,16 @@ Entry g_entries[kProfiledImports] = {
     {"user32.dll", "wvsprintfA", false, Address(&Timed<8, int, LPSTR, LPCSTR, va_list>), nullptr, 0, 0, 0, 0},
     // The outcome of a non-blocking handshake, posted to the host's window.
     {"user32.dll", "PostMessageA", false, Address(&Timed<9, BOOL, HWND, UINT, WPARAM, LPARAM>), nullptr, 0, 0, 0, 0},
+    // What a SOCKS handshake's identity entry costs: the local port, the shared block, a view per operation.
+    {"ws2_32.dll", "getsockname", false, Address(&Timed<10, int, SOCKET, sockaddr*, int*>), nullptr, 0, 0, 0, 0},
+    {"kernel32.dll", "OpenFileMappingA", false, Address(&Timed<11, HANDLE, DWORD, BOOL, LPCSTR>), nullptr, 0, 0, 0,
+     0},
+    {"kernel32.dll", "CreateFileMappingA", false,
+     Address(&Timed<12, HANDLE, HANDLE, LPSECURITY_ATTRIBUTES, DWORD, DWORD, DWORD, LPCSTR>), nullptr, 0, 0, 0, 0},
+    {"kernel32.dll", "MapViewOfFile", false, Address(&Timed<13, LPVOID, HANDLE, DWORD, DWORD, DWORD, SIZE_T>),
+     nullptr, 0, 0, 0, 0},
+    {"kernel32.dll", "UnmapViewOfFile", false, Address(&Timed<14, BOOL, LPCVOID>), nullptr, 0, 0, 0, 0},
+    {"kernel32.dll", "CloseHandle", false, Address(&Timed<15, BOOL, HANDLE>), nullptr, 0, 0, 0, 0},
 };
 
 }  // namespace

@@ -10,7 +10,7 @@
 
 namespace dxbench {
 
-constexpr size_t kProfiledImports = 10;
+constexpr size_t kProfiledImports = 16;
 
 struct ImportTotals {
     std::array<long long, kProfiledImports> calls{};

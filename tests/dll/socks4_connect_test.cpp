@@ -43,17 +43,19 @@ TEST_F(Socks4ConnectTest, LogOfAGrantedConnect) {
     dxtest::LogCapture capture;
     ASSERT_EQ(SOCKS_SetProxy(s, &fake, sizeof fake, ""), 0);
     ASSERT_EQ(SOCKS_ConnectEx(s, "127.0.0.1", 4321, nullptr, AF_INET), 0);
+    Lines logged = dxtest::LinesStartingWith(capture.Lines(), "DXSOCKS: ");
+    Lines identity = dxtest::IdentityLines(s, FakePort(), "", logged);
     Lines expected = dxtest::Joined({
         FrameWithoutResult("SOCKS_SetProxyEx", s, {"CSocksSocket::CSocksSocket(" + S() + ")"}),
         Frame("SOCKS_ConnectEx", s,
-              {"Begin host:port 127.0.0.1:4321", "CSocksSocket::ProcessState - Sending SOCKS protocol header.",
-               "CSocksSocket::Send - 8 bytes sent.", "CSocksSocket::ProcessState - Sending SOCKS user id.",
-               "CSocksSocket::Send - 1 bytes sent.", "CSocksSocket::StartReading", "End host:port 127.0.0.1:4321",
-               "WinSock Error = 0"},
+              {"Begin host:port 127.0.0.1:4321", identity[0], identity[1],
+               "CSocksSocket::ProcessState - Sending SOCKS protocol header.", "CSocksSocket::Send - 8 bytes sent.",
+               "CSocksSocket::ProcessState - Sending SOCKS user id.", "CSocksSocket::Send - 1 bytes sent.",
+               "CSocksSocket::StartReading", "End host:port 127.0.0.1:4321", "WinSock Error = 0"},
               0),
     });
     // The numbered reports among these lines are the business of reports_test.cpp.
-    EXPECT_EQ(dxtest::LinesStartingWith(capture.Lines(), "DXSOCKS: "), expected);
+    EXPECT_EQ(logged, expected);
 }
 
 TEST_F(Socks4ConnectTest, EveryRefusalCodeGives10061) {

@@ -91,15 +91,18 @@ TEST_F(Socks5ConnectTest, LogOfAGrantedConnect) {
     ASSERT_EQ(SOCKS_SetProxyEx(s, &fake, sizeof fake, "", 5), 0);
     dxtest::LogCapture capture;
     ASSERT_EQ(SOCKS_ConnectEx(s, "127.0.0.1", 80, nullptr, AF_INET), 0);
+    const dxtest::Lines logged = dxtest::LinesStartingWith(capture.Lines(), "DXSOCKS: ");
+    const dxtest::Lines identity = dxtest::IdentityLines(s, FakePort(), "", logged);
     const dxtest::Lines expected = dxtest::Frame(
         "SOCKS_ConnectEx", s,
-        {"Begin host:port 127.0.0.1:80", "CSocksSocket::ProcessState - Sending SOCKSv5 method select header.",
+        {"Begin host:port 127.0.0.1:80", identity[0], identity[1],
+         "CSocksSocket::ProcessState - Sending SOCKSv5 method select header.",
          "CSocksSocket::Send - 3 bytes sent.", "CSocksSocket::StartReading",
          "CSocksSocket::ProcessState - Sending SOCKS protocol header.", "CSocksSocket::Send - 10 bytes sent.",
          "CSocksSocket::StartReading", "End host:port 127.0.0.1:80", "WinSock Error = 0"},
         0);
     // The numbered reports among these lines are the business of reports_test.cpp.
-    EXPECT_EQ(dxtest::LinesStartingWith(capture.Lines(), "DXSOCKS: "), expected);
+    EXPECT_EQ(logged, expected);
 }
 
 // Each refusal ends with -1 and, on a blocking socket, the code -1: no WinSock error is set for it.

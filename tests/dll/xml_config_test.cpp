@@ -23,12 +23,8 @@ using dxtest::Joined;
 void RunChild(const std::string& name, bool withSuite = true) {
     std::vector<std::pair<std::string, std::string>> beside = {{dxtest::BesideProgram("DXSOCKS.DLL"), "DXSOCKS.DLL"}};
     if (withSuite) beside.emplace_back(dxtest::BesideProgram("KVTSOCK2.DLL"), "KVTSOCK2.DLL");
-    dxtest::CopiedRun run = dxtest::RunInCopiedProgram(beside, "XmlConfigChild.DISABLED_" + name);
-    ASSERT_TRUE(run.started);
-    EXPECT_TRUE(run.ended) << run.output;
     // A host that ends with the registry still bound, without any clean-up, ends with 0.
-    EXPECT_EQ(run.exitCode, 0u) << run.output;
-    EXPECT_NE(run.output.find("[  PASSED  ] 1 test."), std::string::npos) << run.output;
+    dxtest::ExpectCopiedCasePasses(beside, "XmlConfigChild.DISABLED_" + name);
 }
 
 TEST(XmlConfigTest, WithoutARegistryThereIsNoXml) { RunChild("NoRegistry"); }
@@ -82,7 +78,8 @@ TEST(XmlConfigChild, DISABLED_BadText) {
     EXPECT_EQ(SOCKS_GetXMLConfig(), nullptr);
     EXPECT_EQ(capture.Lines(), Joined({Framed("SOCKS_SetXMLConfig", 0), Framed("SOCKS_GetXMLConfig", 0)}));
     const std::string bomb =
-        "<!DOCTYPE r [<!ENTITY a \"aaaaaaaaaa\"><!ENTITY b \"&a;&a;&a;&a;&a;&a;&a;&a;&a;&a;\">]><Registry>&b;</Registry>";
+        "<!DOCTYPE r [<!ENTITY a \"aaaaaaaaaa\"><!ENTITY b \"&a;&a;&a;&a;&a;&a;&a;&a;&a;&a;\">]>"
+        "<Registry>&b;</Registry>";
     EXPECT_EQ(HTTP_SetXMLConfig(bomb.c_str()), 0);
     const std::string huge = "<Registry><Key name=\"HKEY_CURRENT_USER\"><Value name=\"v\" type=\"REG_SZ\" data=\"" +
                              std::string(10 * 1024 * 1024, 'x') + "\"/></Key></Registry>";

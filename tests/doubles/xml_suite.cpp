@@ -1,5 +1,6 @@
-// See xml_suite.h. Until a test names a path, the settings file entry answers 0. The recording registry opens every key, names one value ("Recorded") and two
-// subkeys ("First", "Second"), and answers every query with the scripted value.
+// See xml_suite.h. Until a test names a path, the settings file entry answers 0. The recording
+// registry opens every key, names one value ("Recorded") and two subkeys ("First", "Second"), and
+// answers every query with the scripted value.
 #include "xml_suite.h"
 
 #include <cstring>

@@ -233,7 +233,7 @@ TEST_F(CXMLTraceTest, FailedConstructionFormsItsLineForTheTraceOnly) {
     CXML xml("<unclosed", &result);
     ASSERT_EQ(result, kXmlBadArgument);
     ASSERT_EQ(g_traced.size(), 1u);
-    EXPECT_EQ(g_traced[0].rfind(L"CXML() failed. (0x80070057", 0), 0u) << std::string(g_traced[0].begin(), g_traced[0].end());
+    EXPECT_EQ(g_traced[0].rfind(L"CXML() failed. (0x80070057", 0), 0u);
     EXPECT_EQ(g_traced[0].back(), L')');
     EXPECT_TRUE(capture.Lines().empty());
 }

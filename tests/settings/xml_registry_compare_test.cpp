@@ -189,6 +189,18 @@ TEST_F(XmlRegistryCompareTest, WritesReadBackFromTheInMemoryRegistryAlone) {
     EXPECT_EQ(bound.ReadString(kUserScope, path, "Proxy User", nullptr, user, sizeof user), 6u);
     EXPECT_STREQ(user, "Gu\xe9st");
     EXPECT_FALSE(dxtest::KeyExists(Hive::kUser, path));
+    // The key the write made carries the layer's class in the object too.
+    HKEY key = nullptr;
+    ASSERT_EQ(bound.RegOpenKeyEx(HKEY_CURRENT_USER, "Software\\Verdane\\Network Protocols\\SOCKS\\1", 0, KEY_READ,
+                                 &key),
+              ERROR_SUCCESS);
+    char keyClass[64] = {};
+    DWORD classSize = sizeof keyClass;
+    EXPECT_EQ(bound.RegQueryInfoKey(key, keyClass, &classSize, nullptr, nullptr, nullptr, nullptr, nullptr, nullptr,
+                                    nullptr, nullptr, nullptr),
+              ERROR_SUCCESS);
+    EXPECT_STREQ(keyClass, "DXS Application Data");
+    EXPECT_EQ(bound.RegCloseKey(key), ERROR_SUCCESS);
     // The object's text holds what was written, and a registry made of it reads the same.
     const char* xml = bound.GetXml();
     ASSERT_NE(xml, nullptr);

@@ -25,20 +25,22 @@ public:
 
 const auto* const kWinsock = ::testing::AddGlobalTestEnvironment(new WinsockEnvironment);
 
+std::map<std::string, std::string> ReadEnvFile(const char* variable) {
+    std::map<std::string, std::string> result;
+    const char* path = std::getenv(variable);
+    if (path == nullptr) throw std::runtime_error(std::string(variable) + " is not set: run the tests through ctest");
+    std::ifstream file(path);
+    if (!file) throw std::runtime_error(std::string("cannot read the file ") + path);
+    std::string line;
+    while (std::getline(file, line)) {
+        size_t equals = line.find('=');
+        if (equals != std::string::npos) result[line.substr(0, equals)] = line.substr(equals + 1);
+    }
+    return result;
+}
+
 const std::map<std::string, std::string>& BenchFile() {
-    static const std::map<std::string, std::string> values = [] {
-        std::map<std::string, std::string> result;
-        const char* path = std::getenv("DXTEST_BENCH");
-        if (path == nullptr) throw std::runtime_error("DXTEST_BENCH is not set: run the tests through ctest");
-        std::ifstream file(path);
-        if (!file) throw std::runtime_error(std::string("cannot read the bench file ") + path);
-        std::string line;
-        while (std::getline(file, line)) {
-            size_t equals = line.find('=');
-            if (equals != std::string::npos) result[line.substr(0, equals)] = line.substr(equals + 1);
-        }
-        return result;
-    }();
+    static const std::map<std::string, std::string> values = ReadEnvFile("DXTEST_BENCH");
     return values;
 }
 
@@ -143,10 +145,12 @@ int FakeScriptFor(uint16_t clientPort, const std::string& steps) {
 FakeLog FakeReceived(int id, int timeoutMs) {
     std::string answer = Control("LOG " + std::to_string(id) + " " + std::to_string(timeoutMs));
     std::istringstream words(answer);
-    std::string tag, status, hex;
-    words >> tag >> status >> hex;
+    std::string tag, status, hex, ident;
+    words >> tag >> status >> hex >> ident;
     if (tag != "LOG") throw std::runtime_error("fake proxy log answer: " + answer);
-    return {status, hex == "-" ? std::string() : Unhex(hex)};
+    const std::string identTag = "ident=";
+    std::string identHex = ident.rfind(identTag, 0) == 0 ? ident.substr(identTag.size()) : "-";
+    return {status, hex == "-" ? std::string() : Unhex(hex), identHex == "-" ? std::string() : Unhex(identHex)};
 }
 
 void FakeReset() { Control("RESET"); }
@@ -161,6 +165,33 @@ std::vector<uint16_t> ListeningPorts(const std::string& service) {
     int port;
     while (words >> port) ports.push_back(static_cast<uint16_t>(port));
     return ports;
+}
+
+uint16_t IdentdPort() {
+    static const std::map<std::string, std::string> values = ReadEnvFile("DXTEST_IDENTD");
+    auto found = values.find("IDENTD_PORT");
+    if (found == values.end()) throw std::runtime_error("the identd file has no IDENTD_PORT");
+    return static_cast<uint16_t>(std::stoi(found->second));
+}
+
+std::string AskIdent(uint16_t port, const std::string& query) {
+    SOCKET s = MakeTcpSocket();
+    sockaddr_in address = Loopback(port);
+    std::string answer;
+    if (connect(s, reinterpret_cast<sockaddr*>(&address), sizeof address) == 0 && SendAll(s, query)) {
+        DWORD start = GetTickCount();
+        while (answer.find('\n') == std::string::npos && GetTickCount() - start < 5000) {
+            std::string more = Receive(s, 1, 5000 - static_cast<int>(GetTickCount() - start));
+            if (more.empty()) break;
+            answer += more;
+        }
+    }
+    closesocket(s);
+    return answer;
+}
+
+std::string AskIdent(uint16_t localPort, uint16_t remotePort) {
+    return AskIdent(IdentdPort(), std::to_string(localPort) + " , " + std::to_string(remotePort) + "\r\n");
 }
 
 }  // namespace dxtest

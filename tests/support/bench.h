@@ -31,10 +31,12 @@ std::string Unhex(const std::string& hex);
 // Scripted fake proxy. A script serves the next connection that arrives at FAKE_PORT, or, made with
 // FakeScriptFor, the connection from that client port.
 // Steps: read=N readz readhttp send=HEX sleep=MS close rst echo drain=MS holdrecv=MS
-// fin=MS (end-of-stream to the client, then take in what it still sends for up to MS).
+// fin=MS (end-of-stream to the client, then take in what it still sends for up to MS)
+// ident=PORT (ask the ident server on PORT who owns the connection, as a proxy that checks does).
 struct FakeLog {
     std::string status;  // "done", "open" or "pending"
     std::string bytes;   // everything the fake proxy received on that connection
+    std::string ident;   // the ident server's answer line to the ident step, empty without one
 };
 int FakeScript(const std::string& steps);
 int FakeScriptFor(uint16_t clientPort, const std::string& steps);
@@ -43,5 +45,12 @@ void FakeReset();
 
 // TCP ports on which the processes of a bench service (e.g. "danted") listen now.
 std::vector<uint16_t> ListeningPorts(const std::string& service);
+
+// The port of dxidentd that the `identd` fixture started (its file is in DXTEST_IDENTD).
+uint16_t IdentdPort();
+// Asks the ident server on `port` about the connection between `localPort` and `remotePort`, as
+// "local , remote"; the answer line with its CR LF, or what came within 5 seconds.
+std::string AskIdent(uint16_t port, const std::string& query);
+std::string AskIdent(uint16_t localPort, uint16_t remotePort);
 
 }  // namespace dxtest

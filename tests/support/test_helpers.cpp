@@ -57,6 +57,24 @@ std::string Pointer(const void* p) {
     return text;
 }
 
+Lines IdentityLines(SOCKET s, uint16_t proxyPort, const std::string& user, const Lines& logged) {
+    sockaddr_in local = {};
+    int length = sizeof local;
+    getsockname(s, reinterpret_cast<sockaddr*>(&local), &length);
+    const std::string localPort = std::to_string(ntohs(local.sin_port));
+    const std::string add = Line("IdentityAdd(");
+    std::string handle = "(no handle logged)";
+    for (const std::string& line : logged) {
+        std::string pointer = line.rfind(add, 0) == 0 ? line.substr(add.size(), 16) : "";
+        if (pointer.size() == 16 && pointer.find_first_not_of("0123456789ABCDEF") == std::string::npos &&
+            line.compare(add.size() + 16, 1, ",") == 0) {
+            handle = pointer;
+        }
+    }
+    return {"CSocksSocket::ProcessState - getsockname " + Dotted(local) + ":" + localPort,
+            "IdentityAdd(" + handle + "," + localPort + "," + std::to_string(proxyPort) + "," + user + ")"};
+}
+
 HWND OwnWindowOfClass(const char* className) {
     struct Search {
         const char* className;

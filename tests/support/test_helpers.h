@@ -31,6 +31,10 @@ std::string N(SOCKET s);
 std::string Dotted(const sockaddr_in& address);
 // A pointer as wsprintf's %p prints it: 16 upper-case hex digits without a prefix.
 std::string Pointer(const void* p);
+// The two lines (without prefix) a SOCKS handshake logs as it enters its identity: the socket's own
+// address and port, then the add with the mapping's handle, that port, `proxyPort` and `user`. The
+// handle is the one `logged` shows, if it has the form of a pointer.
+Lines IdentityLines(SOCKET s, uint16_t proxyPort, const std::string& user, const Lines& logged);
 // The first window of this process with the class `className`, or null: a window class name is seen
 // by every program of the Wine prefix.
 HWND OwnWindowOfClass(const char* className);

@@ -5,18 +5,13 @@
 #include <cstring>
 #include <string>
 
+#include "guarded_field.h"
+
 namespace {
 
-// Case-blind for ASCII, as the process's locale is for these texts.
-int AsciiCompare(const char* left, const char* right) {
-    auto lower = [](char c) { return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c; };
-    for (; *left != '\0' && lower(*left) == lower(*right); ++left, ++right) {
-    }
-    return lower(*left) - lower(*right);
-}
-
 uint32_t Flag(uint32_t type, const std::string& bytes, uint32_t fallback) {
-    return FlagFromValue(type, reinterpret_cast<const uint8_t*>(bytes.data()), bytes.size(), fallback, AsciiCompare);
+    return FlagFromValue(type, reinterpret_cast<const uint8_t*>(bytes.data()), bytes.size(), fallback,
+                         dxtest::AsciiCompareNoCase);
 }
 
 constexpr uint32_t kMultiText = 7;
@@ -56,7 +51,7 @@ TEST(RegistryValueTest, AnyOtherTypeGivesZeroNotTheFallback) {
 TEST(RegistryValueTest, LongTextIsReadWithinTheFlagBuffer) {
     std::string text(100, 't');
     EXPECT_EQ(Flag(kValueText, text, 9), 9u);
-    EXPECT_EQ(FlagFromValue(kValueText, nullptr, 40, 4, AsciiCompare), 4u);
+    EXPECT_EQ(FlagFromValue(kValueText, nullptr, 40, 4, dxtest::AsciiCompareNoCase), 4u);
 }
 
 TEST(RegistryValueTest, NumberIsTheBytesInTheLowBytesOfAZeroWord) {

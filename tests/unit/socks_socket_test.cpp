@@ -102,6 +102,30 @@ TEST_F(SocksSocketTest, GrantedRequestEndsEstablished) {
     EXPECT_EQ(FakeReceived(id).bytes, Socks4Request(echo, "user"));
 }
 
+TEST_F(SocksSocketTest, AConnectLogsTheIdentityItEntersWithTheSocketsOwnPort) {
+    FakeScript("read=13 send=005a000000000000 drain=3000");
+    object->SetProxy(&fake, sizeof fake, "user", 4);
+    dxtest::LogCapture capture;
+    unsigned error = 99;
+    object->StartConnect(kCommandConnect, "127.0.0.1", 80, nullptr, &error);
+    ASSERT_EQ(error, 0u);
+    const dxtest::Lines logged = dxtest::LinesStartingWith(capture.Lines(), "DXSOCKS: ");
+    const dxtest::Lines identity = dxtest::IdentityLines(s, ntohs(fake.sin_port), "user", logged);
+    const dxtest::Lines expected = {
+        dxtest::Line(identity[0]),
+        dxtest::Line(identity[1]),
+        dxtest::Line("CSocksSocket::ProcessState - Sending SOCKS protocol header."),
+        dxtest::Line("CSocksSocket::Send - 8 bytes sent."),
+        dxtest::Line("CSocksSocket::ProcessState - Sending SOCKS user id."),
+        dxtest::Line("CSocksSocket::Send - 5 bytes sent."),
+        dxtest::Line("CSocksSocket::StartReading"),
+    };
+    EXPECT_EQ(logged, expected);
+    // ConnectFinished took the entry out and closed the mapping, on a blocking socket too.
+    EXPECT_EQ(object->identityHandle, nullptr);
+    EXPECT_NE(object->identityLocalPort, 0u);
+}
+
 TEST_F(SocksSocketTest, RefusalRestsInFinished) {
     FakeScript("readz send=005b000000000000 drain=3000");
     object->SetProxy(&fake, sizeof fake, "", 4);
