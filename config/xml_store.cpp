@@ -34,8 +34,8 @@ CPXMSettings* DocumentToWrite() {
     return SettingsDocument;
 }
 
-// Step 5 and 6 of a write: the document into the file, then, once written, the other family's
-// state and, after a set read from the registry, both trees.
+// The end of a write: the document into the file, then, once written, the other family's state and,
+// after a set read from the registry, both trees.
 void WriteFileAndFinish(CProxyMapSet& self, CProxyMapSet* other) {
     // No document left (a corrupt file re-read by the other family's set): nothing to write, as a
     // failed write.
