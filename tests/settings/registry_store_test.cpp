@@ -7,6 +7,7 @@
 #include <gtest/gtest.h>
 
 #include <cstdio>
+#include <cstdlib>
 #include <cstring>
 #include <fstream>
 #include <random>
@@ -517,8 +518,11 @@ void RoundTrip(Set& set, std::mt19937& random, int maps) {
 }
 
 TEST_F(RegistryStoreTest, SeededRandomMapsRoundTripThroughTheRegistry) {
-    const unsigned seed = static_cast<unsigned>(GetTickCount());
-    std::printf("[ registry ] round trip seed %u\n", seed);
+    // DXTEST_REGISTRY_SEED replays a seed.
+    const char* given = std::getenv("DXTEST_REGISTRY_SEED");
+    const unsigned seed = given != nullptr ? static_cast<unsigned>(std::strtoul(given, nullptr, 10))
+                                           : static_cast<unsigned>(GetTickCount());
+    std::printf("[ registry ] round trip seed %u (DXTEST_REGISTRY_SEED replays it)\n", seed);
     std::mt19937 random(seed);
     CSocksConfig socks;
     CHttpConfig http;
