@@ -3,11 +3,14 @@
 // again; the time per map shows whether that grows linearly. A number read through the registry
 // layer costs a few wineserver requests (two opens, a query or two, two closes): from the user's key,
 // via HKEY_USERS\.Default when the user's key lacks it, on a miss, and from our suite library's
-// in-memory registry.
+// in-memory registry. The older registry store's reader, ReadFromRegistry, over 1 to 1000 maps of
+// the Wine registry, each holding all its values, and one map whose missing proxy address sends it
+// to dxapps.ini.
 //
 // It uses the settings file and Software\Verdane of both hives, which it clears before and after.
 // Flags: --maps=1,10,100,500 the sizes; --runs=N (15) timed runs of each operation and size;
-// --batch-ms=N (20) the least time of one timed batch of reads, --batches=N (15); --rows=PATH.
+// --batch-ms=N (20) the least time of one timed batch of reads, --batches=N (15);
+// --registry-maps=1,10,100,1000 the registry store's sizes; --rows=PATH.
 #include <winsock2.h>
 #include <windows.h>
 #include <shlobj.h>
@@ -18,7 +21,11 @@
 #include <vector>
 
 #include "bench_util.h"
+#include "lifecycle.h"
+#include "registry_names.h"
 #include "settings_file.h"
+#include "socks_config.h"
+#include "suite_library.h"
 #include "xml_registry.h"
 
 namespace {
@@ -187,6 +194,88 @@ void NumberReads(const dxbench::Flags& flags, dxbench::ResultTable& table) {
               "our suite library's registry made of XML text; no wineserver request");
 }
 
+// Sets a value under HKEY_CURRENT_USER\<path>, making the key.
+void PutRegistryValue(const std::string& path, const char* name, DWORD type, const void* data, DWORD size) {
+    HKEY key = nullptr;
+    if (RegCreateKeyExA(HKEY_CURRENT_USER, path.c_str(), 0, nullptr, 0, KEY_WRITE, nullptr, &key, nullptr) !=
+            ERROR_SUCCESS ||
+        RegSetValueExA(key, name, 0, type, static_cast<const BYTE*>(data), size) != ERROR_SUCCESS) {
+        throw std::runtime_error("a value could not be placed in the registry");
+    }
+    RegCloseKey(key);
+}
+
+void PutRegistryText(const std::string& path, const char* name, const std::string& text) {
+    PutRegistryValue(path, name, REG_SZ, text.c_str(), static_cast<DWORD>(text.size() + 1));
+}
+
+// A map as the older versions wrote it: every value present, so that dxapps.ini is not read.
+void PutRegistryMap(const std::string& path, int i) {
+    const BYTE on = 1;
+    const DWORD version = 5;
+    PutRegistryText(path, "Destination Address", "host" + std::to_string(i) + ".example");
+    PutRegistryText(path, "Destination Port", "*");
+    PutRegistryValue(path, "Use Proxy", REG_BINARY, &on, 1);
+    PutRegistryText(path, "Proxy Address", "10.0.0." + std::to_string(i % 250 + 1));
+    PutRegistryText(path, "Proxy Port", "1080");
+    PutRegistryText(path, "Proxy User", "user" + std::to_string(i));
+    PutRegistryValue(path, "Protocol Version", REG_DWORD, &version, sizeof version);
+    PutRegistryValue(path, "Basic Authentication", REG_BINARY, &on, 1);
+}
+
+void RegistryStoreReads(const dxbench::Flags& flags, dxbench::ResultTable& table) {
+    const std::vector<int> sizes = flags.Counts("registry-maps", "1,10,100,1000");
+    const int runs = static_cast<int>(flags.Number("runs", 15));
+    if (runs < 1) throw std::runtime_error("--runs must be at least 1");
+    const std::string family = "Software\\Verdane\\Network Protocols\\SOCKS";
+    // Our strings, as the entry routine finds them at attach: without them each map's hosts would
+    // seek the resource library afresh.
+    g_hModule = GetModuleHandleA(nullptr);
+    g_resourceLibrary.Initialise(g_hModule, "DXSOCKS.DLL");
+    std::vector<double> medians;
+    int stored = 0;
+    ClearStore();
+    for (int size : sizes) {
+        // The maps of the smaller sizes stay; only the count and the new maps are written.
+        for (int i = stored + 1; i <= size; ++i) {
+            char name[kRegistryPathSize];
+            FormatMapKeyName(name, i);
+            PutRegistryMap(family + "\\" + name, i);
+        }
+        stored = size > stored ? size : stored;
+        PutRegistryMap(family + "\\Default Map", 0);
+        const DWORD count = static_cast<DWORD>(size);
+        PutRegistryValue(family, "Count", REG_DWORD, &count, sizeof count);
+        CSocksConfig set;
+        const dxbench::Summary s = TimeRuns(runs, [&] {
+            if (set.ReadFromRegistry() != 1 || set.Count() != static_cast<uint32_t>(size) + 1) {
+                throw std::runtime_error("ReadFromRegistry did not read every map");
+            }
+        });
+        medians.push_back(s.median);
+        table.Add("settings store", "ReadFromRegistry, " + std::to_string(size) + " maps", s.count, s.median, s.p99,
+                  "SOCKS family and its default map, 8 values each, through the registry layer; " +
+                      dxbench::FormatNs(s.median / (size + 1)) + " per map");
+    }
+    table.Add("settings store", "ReadFromRegistry, per map", sizes.size(), Slope(sizes, medians), dxbench::kNoValue,
+              "least squares over the sizes (Median column: the slope)");
+    // A family key with no values at all: the default map reads dxapps.ini, here missing.
+    ClearStore();
+    HKEY key = nullptr;
+    if (RegCreateKeyExA(HKEY_CURRENT_USER, family.c_str(), 0, nullptr, 0, KEY_WRITE, nullptr, &key, nullptr) !=
+        ERROR_SUCCESS) {
+        throw std::runtime_error("the family key could not be made");
+    }
+    RegCloseKey(key);
+    CSocksConfig set;
+    const dxbench::Summary s = TimeRuns(runs, [&] {
+        if (set.ReadFromRegistry() != 1 || set.Count() != 1) throw std::runtime_error("no default map");
+    });
+    table.Add("settings store", "ReadFromRegistry, default map from dxapps.ini", s.count, s.median, s.p99,
+              "no values in the registry: three reads of the ini file (missing) besides the registry's");
+    ClearStore();
+}
+
 }  // namespace
 
 int main(int argc, char** argv) {
@@ -196,6 +285,7 @@ int main(int argc, char** argv) {
         ClearStore();
         FilesAndDocuments(flags, table);
         NumberReads(flags, table);
+        RegistryStoreReads(flags, table);
         ClearStore();
         return table.Print() ? 0 : 1;
     } catch (const std::exception& error) {

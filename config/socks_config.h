@@ -16,4 +16,13 @@ public:
     // The first map whose host is `host` without regard to case, or "*", and whose port is `port` (host
     // order), or 0 or "*"; null when none is. Logs each comparison. The map stays the set's.
     CProxyMap* PickProxy(const char* host, uint32_t port) const;
+
+    // Reads the family's maps from the older registry store (registry_store.h). 0, with the list cleared,
+    // when the user's family key cannot be opened for writing; else the numbered maps and the default
+    // map, and 1.
+    int ReadFromRegistry();
+    // One map: `index` -1 is the default map, else its number from 1. Returns 1.
+    int ReadMapFromRegistry(CProxyMap* map, int index);
+    // The writing twin: the default map when the record is one or `index` is -1. Returns 1.
+    int WriteMapToRegistry(CProxyMap* map, int index);
 };

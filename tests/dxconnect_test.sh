@@ -74,4 +74,32 @@ case "$message" in
   *"registry not loaded"*) ;;
   *) echo "unexpected message: $message"; exit 1 ;;
 esac
-echo "dxconnect relayed ${#payload} bytes in nine modes, reported a failed lookup and a 407, and printed an XML registry"
+# --cleanup-registry: the older registry configuration goes, keys of others and .Default stay.
+np='HKCU\Software\Verdane\Network Protocols'
+clear_verdane() {
+  wine reg delete 'HKCU\Software\Verdane' /f >/dev/null 2>&1 || true
+  wine reg delete 'HKU\.Default\Software\Verdane' /f >/dev/null 2>&1 || true
+}
+has_key() { wine reg query "$1" >/dev/null 2>&1; }
+clear_verdane
+trap 'clear_verdane; rm -rf "$work"' EXIT
+wine reg add "$np\SOCKS" /v Count /t REG_DWORD /d 1 /f >/dev/null
+wine reg add "$np\SOCKS\Map 001" /v 'Proxy Address' /d proxy.example /f >/dev/null
+wine reg add "$np\SOCKS\Default Map" /v 'Proxy Address' /d proxy.example /f >/dev/null
+wine reg add "$np\HTTP\Default Map" /v 'Proxy Port' /d 8080 /f >/dev/null
+wine reg add "$np\FTP" /v Kept /d yes /f >/dev/null
+wine reg add 'HKU\.Default\Software\Verdane\Network Protocols\SOCKS\Default Map' /v 'Proxy Address' /d everyone /f >/dev/null
+log=$(timeout 60 wine "$exe" -v --cleanup-registry 2>&1 >/dev/null)
+expected=$'DXSOCKS: Begin func CleanupRegistry\nDXSOCKS:  result = 0\nDXSOCKS: End func CleanupRegistry'
+[ "$(printf '%s' "$log" | tr -d '\r')" = "$expected" ] || { echo "dxconnect --cleanup-registry logged: $log"; exit 1; }
+for key in "$np\SOCKS" "$np\HTTP"; do
+  if has_key "$key"; then echo "dxconnect --cleanup-registry left $key"; exit 1; fi
+done
+has_key "$np\FTP" || { echo "dxconnect --cleanup-registry deleted another product's key"; exit 1; }
+has_key 'HKU\.Default\Software\Verdane\Network Protocols\SOCKS\Default Map' ||
+  { echo "dxconnect --cleanup-registry touched HKEY_USERS\.Default"; exit 1; }
+wine reg delete "$np\FTP" /f >/dev/null
+timeout 60 wine "$exe" --cleanup-registry >/dev/null 2>&1
+if has_key 'HKCU\Software\Verdane'; then echo "an empty Software\Verdane stayed"; exit 1; fi
+
+echo "dxconnect relayed ${#payload} bytes in nine modes, reported a failed lookup and a 407, printed an XML registry and cleaned the registry up"

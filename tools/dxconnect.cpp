@@ -5,6 +5,7 @@
 #include <windows.h>
 
 #include "http_api.h"
+#include "registry_api.h"
 #include "socks_api.h"
 #include "tool_options.h"
 
@@ -25,6 +26,7 @@ enum ExitCode { kExitOk = 0, kExitConnectFailed = 1, kExitUsage = 2, kExitSetup 
 const char kUsage[] =
     "Usage: dxconnect [options] DEST_HOST DEST_PORT\n"
     "       dxconnect [-v] -r FILE\n"
+    "       dxconnect [-v] --cleanup-registry\n"
     "\n"
     "Connects to DEST_HOST:DEST_PORT through a proxy with DXSOCKS.DLL, then sends standard input\n"
     "to the connection and writes what comes back to standard output.\n"
@@ -45,6 +47,10 @@ const char kUsage[] =
     "  -r FILE        load the XML registry text in FILE through SOCKS_SetXMLConfig (the\n"
     "                 grammar is in dxsocks_types.h), print what SOCKS_GetXMLConfig gives back\n"
     "                 and exit; needs no proxy and no destination\n"
+    "  --cleanup-registry\n"
+    "                 delete the older proxy configuration of the current user from the\n"
+    "                 registry (Software\\Verdane\\Network Protocols) through CleanupRegistry\n"
+    "                 and exit\n"
     "  -h             show this help\n"
     "\n"
     "Exit status: 0 done, 1 connect failed, connection lost or registry not loaded,\n"
@@ -67,6 +73,7 @@ struct Options {
     bool nonBlocking = false;
     double waitSeconds = 2.0;
     std::string registryFile;  // -r: load and print an XML registry instead of connecting
+    bool cleanupRegistry = false;
 };
 
 const char *TypeName(ProxyType type) { return kTypeNames[static_cast<int>(type)]; }
@@ -95,6 +102,10 @@ int ParseOptions(int argc, char **argv, Options *o) {
         }
         if (arg == "--") {
             optionsEnded = true;
+            continue;
+        }
+        if (arg == "--cleanup-registry") {
+            o->cleanupRegistry = true;
             continue;
         }
         const char flag = arg[1];
@@ -139,6 +150,11 @@ int ParseOptions(int argc, char **argv, Options *o) {
                 return UsageError("-w: '" + value + "' is not a number of seconds from 0 to 1000000");
             o->waitSeconds = seconds;
         }
+    }
+    if (o->cleanupRegistry) {
+        if (haveProxy || !positional.empty() || !o->registryFile.empty())
+            return UsageError("--cleanup-registry takes no other option but -v");
+        return -1;
     }
     if (!o->registryFile.empty()) {
         if (haveProxy || !positional.empty()) return UsageError("-r takes no proxy and no destination");
@@ -455,6 +471,12 @@ int main(int argc, char **argv) {
     Options o;
     const int parsed = ParseOptions(argc, argv, &o);
     if (parsed >= 0) return parsed;
+    if (o.cleanupRegistry) {
+        if (o.verbose) SOCKS_SetLoggingCallbackEx(stderr, LogToStream);
+        CleanupRegistry();
+        if (o.verbose) SOCKS_SetLoggingCallbackEx(nullptr, nullptr);
+        return kExitOk;
+    }
     if (!o.registryFile.empty()) {
         if (o.verbose) SOCKS_SetLoggingCallbackEx(stderr, LogToStream);
         const int status = LoadRegistry(o);

@@ -2,6 +2,7 @@
    Usage: consumer_c PROXY_PORT ECHO_PORT (both on 127.0.0.1). */
 #include "socks_api.h"
 #include "http_api.h"
+#include "registry_api.h"
 
 #include <stdio.h>
 #include <stdlib.h>
@@ -13,8 +14,11 @@ int main(int argc, char **argv) {
     struct sockaddr_in proxy;
     char reply[16] = {0};
     int received = 0, n;
+    int (*volatile cleanup)(void) = CleanupRegistry;
 
     if (argc < 3) return 2;
+    /* Bound through the import library, not called: it would delete the user's proxy keys. */
+    if (cleanup == NULL) return 6;
     if (WSAStartup(MAKEWORD(2, 2), &wsa) != 0) return 3;
 
     s = socket(AF_INET, SOCK_STREAM, IPPROTO_TCP);

@@ -1,5 +1,7 @@
 #include "copied_program.h"
 
+#include <gtest/gtest.h>
+
 #include <fstream>
 #include <sstream>
 
@@ -49,6 +51,15 @@ CopiedRun RunInCopiedProgram(const std::vector<std::pair<std::string, std::strin
     }
     RemoveTree(folder);
     return run;
+}
+
+void ExpectCopiedCasePasses(const std::vector<std::pair<std::string, std::string>>& beside,
+                            const std::string& filter, DWORD ms) {
+    CopiedRun run = RunInCopiedProgram(beside, filter, ms);
+    ASSERT_TRUE(run.started);
+    EXPECT_TRUE(run.ended) << run.output;
+    EXPECT_EQ(run.exitCode, 0u) << run.output;
+    EXPECT_NE(run.output.find("[  PASSED  ] 1 test."), std::string::npos) << run.output;
 }
 
 }  // namespace dxtest

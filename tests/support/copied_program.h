@@ -23,4 +23,8 @@ struct CopiedRun {
 CopiedRun RunInCopiedProgram(const std::vector<std::pair<std::string, std::string>>& beside,
                              const std::string& filter, DWORD ms = 30000);
 
+// The same for one case, which must pass: started, ended in time with 0, and reported as passed.
+void ExpectCopiedCasePasses(const std::vector<std::pair<std::string, std::string>>& beside,
+                            const std::string& filter, DWORD ms = 30000);
+
 }  // namespace dxtest

@@ -166,9 +166,18 @@ std::string SettingsFilePath() {
     return std::string(folder) + "\\Zelmont\\Verdane\\Settings.xml";
 }
 
+std::string IniFilePath() {
+    char folder[MAX_PATH] = {};
+    UINT length = GetWindowsDirectoryA(folder, sizeof folder);
+    if (length == 0 || length >= sizeof folder) return "";
+    return std::string(folder) + "\\dxapps.ini";
+}
+
 void ClearSettingsStore() {
     const std::string file = SettingsFilePath();
     if (!file.empty()) DeleteFileA(file.c_str());
+    const std::string ini = IniFilePath();
+    if (!ini.empty()) DeleteFileA(ini.c_str());
     RegDeleteTreeA(HKEY_CURRENT_USER, "Software\\Verdane");
     RegDeleteKeyA(HKEY_CURRENT_USER, "Software\\Verdane");
     RegDeleteTreeA(HKEY_USERS, ".Default\\Software\\Verdane");

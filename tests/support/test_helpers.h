@@ -64,8 +64,10 @@ bool ReturnsWithin(int ms, const std::function<void()>& call);
 
 // The settings file the suite library names: <per-user application data>\Zelmont\Verdane\Settings.xml.
 std::string SettingsFilePath();
-// A user who never configured a proxy: the settings file and the Software\Verdane keys of the user's
-// hive and of HKEY_USERS\.Default removed. Tests that call it hold the settings_store lock.
+// The older single-map file, dxapps.ini in the Windows folder, where a name without a folder points.
+std::string IniFilePath();
+// A user who never configured a proxy: the settings file, dxapps.ini and the Software\Verdane keys of
+// the user's hive and of HKEY_USERS\.Default removed. Tests that call it hold the settings_store lock.
 void ClearSettingsStore();
 
 }  // namespace dxtest
