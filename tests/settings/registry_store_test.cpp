@@ -7,8 +7,10 @@
 #include <gtest/gtest.h>
 
 #include <cstdio>
+#include <cstdlib>
 #include <cstring>
 #include <fstream>
+#include <random>
 #include <string>
 #include <vector>
 
@@ -473,6 +475,61 @@ TEST_F(RegistryStoreTest, TheDefaultMapIsWrittenWithoutDestinationAndAWildcardPr
     delete written;
     delete numbered;
     delete read;
+}
+
+// Seeded random records of both families: what the writers store, the readers give back, but for a
+// non-zero flag, which reads as 1.
+std::string RandomText(std::mt19937& random, size_t most) {
+    static const std::string kCharacters =
+        "abcdefghijklmnopqrstuvwxyz0123456789.-*?<>&\"' \t\xa0\xc9\xe9\xff";
+    std::string text(random() % (most + 1), ' ');
+    for (char& c : text) c = kCharacters[random() % kCharacters.size()];
+    return text;
+}
+
+template <typename Set>
+void RoundTrip(Set& set, std::mt19937& random, int maps) {
+    for (int index = 1; index <= maps + 1; ++index) {
+        const bool isDefault = index == maps + 1;
+        CProxyMap* written = Set::NewMap();
+        written->SetDestinationAddress(RandomText(random, 1100).c_str());
+        written->SetDestinationPort(RandomText(random, 40).c_str());
+        written->SetProxyAddress(RandomText(random, 1100).c_str());
+        written->SetProxyPort(RandomText(random, 40).c_str());
+        written->SetProxyUser(RandomText(random, 600).c_str());
+        written->SetUseProxy(random() % 3 == 0 ? 0 : static_cast<uint32_t>(random()));
+        written->ProtocolVersion = static_cast<uint32_t>(random());
+        written->BasicAuthentication = random() % 2 == 0 ? 0 : static_cast<uint32_t>(random() | 1);
+        ASSERT_EQ(set.WriteMapToRegistry(written, isDefault ? -1 : index), 1);
+        CProxyMap* read = Set::NewMap();
+        ASSERT_EQ(set.ReadMapFromRegistry(read, isDefault ? -1 : index), 1);
+        SCOPED_TRACE("map " + std::to_string(index));
+        EXPECT_EQ(read->IsDefaultMap, written->IsDefaultMap);
+        EXPECT_STREQ(read->GetDestinationAddress(), written->GetDestinationAddress());
+        EXPECT_STREQ(read->GetDestinationPort(), written->GetDestinationPort());
+        EXPECT_STREQ(read->Proxy.Host, written->Proxy.Host);
+        EXPECT_STREQ(read->GetProxyPort(), written->GetProxyPort());
+        EXPECT_STREQ(read->GetProxyUser(), written->GetProxyUser());
+        EXPECT_EQ(read->UseProxy, written->UseProxy != 0 ? 1u : 0u);
+        EXPECT_EQ(read->ProtocolVersion, written->ProtocolVersion);
+        EXPECT_EQ(read->BasicAuthentication, written->BasicAuthentication != 0 ? 1u : 0u);
+        delete written;
+        delete read;
+    }
+}
+
+TEST_F(RegistryStoreTest, SeededRandomMapsRoundTripThroughTheRegistry) {
+    // DXTEST_REGISTRY_SEED replays a seed.
+    const char* given = std::getenv("DXTEST_REGISTRY_SEED");
+    const unsigned seed = given != nullptr ? static_cast<unsigned>(std::strtoul(given, nullptr, 10))
+                                           : static_cast<unsigned>(GetTickCount());
+    std::printf("[ registry ] round trip seed %u (DXTEST_REGISTRY_SEED replays it)\n", seed);
+    std::mt19937 random(seed);
+    CSocksConfig socks;
+    CHttpConfig http;
+    RoundTrip(socks, random, 20);
+    RoundTrip(http, random, 20);
+    EXPECT_FALSE(dxtest::FileExists(dxtest::IniFilePath()));
 }
 
 // The deletion of a family's tree and the export that runs it for both.
