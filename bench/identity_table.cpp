@@ -30,11 +30,7 @@ dxbench::Summary TimeRounds(const std::function<void()>& round, int batchMs, int
         for (size_t i = 0; i < rounds; ++i) round();
         return dxbench::NowNs() - start;
     };
-    size_t rounds = 1;
-    while (batch(rounds) < batchMs * 1e6 && rounds < (size_t{1} << 30)) rounds *= 2;
-    std::vector<double> perRound;
-    for (int i = 0; i < batches; ++i) perRound.push_back(batch(rounds) / static_cast<double>(rounds));
-    return dxbench::Summarize(perRound);
+    return dxbench::Summarize(dxbench::BatchMeans(batch, 1, size_t{1} << 30, batchMs, batches));
 }
 
 bool BlockExists() {

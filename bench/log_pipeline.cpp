@@ -39,11 +39,7 @@ dxbench::Summary TimeLines(int batchMs, int batches) {
         for (long i = 0; i < lines; ++i) OneLine(static_cast<int>(i & 1023));
         return dxbench::NowNs() - start;
     };
-    long lines = 256;
-    while (batch(lines) < batchMs * 1e6 && lines < (1L << 28)) lines *= 2;
-    std::vector<double> perLine;
-    for (int i = 0; i < batches; ++i) perLine.push_back(batch(lines) / static_cast<double>(lines));
-    return dxbench::Summarize(perLine);
+    return dxbench::Summarize(dxbench::BatchMeans(batch, 256, size_t{1} << 28, batchMs, batches));
 }
 
 }  // namespace

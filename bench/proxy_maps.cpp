@@ -50,11 +50,7 @@ dxbench::Summary TimePicks(const CSocksConfig& set, int batchMs, int batches) {
         }
         return dxbench::NowNs() - start;
     };
-    long picks = 1;
-    while (batch(picks) < batchMs * 1e6 && picks < (1L << 28)) picks *= 2;
-    std::vector<double> perPick;
-    for (int i = 0; i < batches; ++i) perPick.push_back(batch(picks) / static_cast<double>(picks));
-    return dxbench::Summarize(perPick);
+    return dxbench::Summarize(dxbench::BatchMeans(batch, 1, size_t{1} << 28, batchMs, batches));
 }
 
 }  // namespace

@@ -41,11 +41,7 @@ dxbench::Summary TimeLookups(const CProxySocketManager& manager, const std::vect
         sink = sink + found;
         return elapsed;
     };
-    size_t lookups = keys.size();
-    while (batch(lookups) < batchMs * 1e6 && lookups < (size_t{1} << 34)) lookups *= 2;
-    std::vector<double> perLookup;
-    for (int i = 0; i < batches; ++i) perLookup.push_back(batch(lookups) / static_cast<double>(lookups));
-    return dxbench::Summarize(perLookup);
+    return dxbench::Summarize(dxbench::BatchMeans(batch, keys.size(), size_t{1} << 34, batchMs, batches));
 }
 
 }  // namespace

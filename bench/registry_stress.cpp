@@ -374,11 +374,7 @@ std::vector<double> TimeBatches(const std::function<uintptr_t(SOCKET)>& lookup, 
         sink = sink + found;
         return elapsed;
     };
-    size_t lookups = keys.size();
-    while (batch(lookups) < batchMs * 1e6 && lookups < (size_t{1} << 30)) lookups *= 2;
-    std::vector<double> perLookup;
-    for (int i = 0; i < batches; ++i) perLookup.push_back(batch(lookups) / static_cast<double>(lookups));
-    return perLookup;
+    return dxbench::BatchMeans(batch, keys.size(), size_t{1} << 30, batchMs, batches);
 }
 
 struct Contention {

@@ -36,11 +36,7 @@ dxbench::Summary TimeCalls(GetAddrInfoCall resolve, FreeAddrInfoCall release, co
         }
         return dxbench::NowNs() - start;
     };
-    size_t calls = 1;
-    while (batch(calls) < batchMs * 1e6 && calls < (size_t{1} << 30)) calls *= 2;
-    std::vector<double> perCall;
-    for (int i = 0; i < batches; ++i) perCall.push_back(batch(calls) / static_cast<double>(calls));
-    return dxbench::Summarize(perCall);
+    return dxbench::Summarize(dxbench::BatchMeans(batch, 1, size_t{1} << 30, batchMs, batches));
 }
 
 }  // namespace

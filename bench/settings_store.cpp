@@ -80,11 +80,7 @@ dxbench::Summary TimeReads(int batchMs, int batches, Read read) {
         for (long i = 0; i < reads; ++i) read();
         return dxbench::NowNs() - start;
     };
-    long reads = 16;
-    while (batch(reads) < batchMs * 1e6 && reads < (1L << 24)) reads *= 2;
-    std::vector<double> perRead;
-    for (int i = 0; i < batches; ++i) perRead.push_back(batch(reads) / static_cast<double>(reads));
-    return dxbench::Summarize(perRead);
+    return dxbench::Summarize(dxbench::BatchMeans(batch, 16, size_t{1} << 24, batchMs, batches));
 }
 
 // Least squares of time over maps: the slope, in ns per map.

@@ -47,11 +47,7 @@ dxbench::Summary Time(int batchMs, int batches, const std::function<void()>& cal
         for (long i = 0; i < calls; ++i) call();
         return dxbench::NowNs() - start;
     };
-    long calls = 1;
-    while (batch(calls) < batchMs * 1e6 && calls < (1L << 24)) calls *= 2;
-    std::vector<double> perCall;
-    for (int i = 0; i < batches; ++i) perCall.push_back(batch(calls) / static_cast<double>(calls));
-    return dxbench::Summarize(perCall);
+    return dxbench::Summarize(dxbench::BatchMeans(batch, 1, size_t{1} << 24, batchMs, batches));
 }
 
 std::string PerMap(double ns, int maps) { return dxbench::FormatNs(ns / maps) + " per map"; }

@@ -93,6 +93,15 @@ double NowNs() {
     return static_cast<double>(now.QuadPart) * nsPerTick;
 }
 
+std::vector<double> BatchMeans(const std::function<double(size_t)>& batch, size_t first, size_t limit, int batchMs,
+                               int batches) {
+    size_t calls = first;
+    while (batch(calls) < batchMs * 1e6 && calls < limit) calls *= 2;
+    std::vector<double> means;
+    for (int i = 0; i < batches; ++i) means.push_back(batch(calls) / static_cast<double>(calls));
+    return means;
+}
+
 Summary Summarize(std::vector<double> samples) {
     Summary summary;
     if (samples.empty()) return summary;

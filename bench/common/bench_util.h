@@ -5,7 +5,9 @@
 #include <winsock2.h>
 #include <windows.h>
 
+#include <cstddef>
 #include <cstdint>
+#include <functional>
 #include <map>
 #include <string>
 #include <vector>
@@ -52,6 +54,11 @@ struct Summary {
 };
 // Order statistics by nearest rank; an empty sample gives all zeros.
 Summary Summarize(std::vector<double> samples);
+
+// Mean times per call of `batches` batches. `batch(n)` makes n calls and gives the nanoseconds they
+// took; n doubles from `first` until a batch lasts `batchMs` or n reaches `limit`.
+std::vector<double> BatchMeans(const std::function<double(size_t)>& batch, size_t first, size_t limit, int batchMs,
+                               int batches);
 
 // A table cell without a figure (printed as "-").
 constexpr double kNoValue = __builtin_nan("");
