@@ -226,8 +226,11 @@ TEST_F(RegistryStoreTest, AMissingNumberedMapTakesEveryDestinationAheadOfTheDefa
 TEST_F(RegistryStoreTest, AFamilyKeyWithoutValuesAndNoIniFileGivesOneDefaultMapWithGuest) {
     ASSERT_TRUE(MakeKey(Hive::kUser, kSocksKey));
     ASSERT_TRUE(MakeKey(Hive::kUser, kHttpKey));
+    // Made with no settings file, the sets read the registry and await their move into the file.
     CSocksConfig socks;
     CHttpConfig http;
+    EXPECT_EQ(socks.MigrationState, 1);
+    EXPECT_EQ(http.MigrationState, 1);
     ASSERT_EQ(socks.ReadFromRegistry(), 1);
     ASSERT_EQ(http.ReadFromRegistry(), 1);
     auto socksMaps = Maps(socks);
