@@ -47,9 +47,8 @@ dxbench::Summary TimeLines(int batchMs, int batches) {
 int main(int argc, char** argv) {
     try {
         dxbench::Flags flags(argc, argv);
-        const int batchMs = static_cast<int>(flags.Number("batch-ms", 20));
-        const int batches = static_cast<int>(flags.Number("batches", 15));
-        if (batchMs < 1 || batches < 1) throw std::runtime_error("--batch-ms and --batches must be at least 1");
+        const int batchMs = flags.Positive("batch-ms", 20);
+        const int batches = flags.Positive("batches", 15);
         dxbench::ResultTable table(flags);
 
         SOCKS_SetLoggingCallback(nullptr);

@@ -59,12 +59,9 @@ int main(int argc, char** argv) {
     try {
         dxbench::Flags flags(argc, argv);
         std::vector<int> counts = flags.Counts("maps", "1,10,100,1000");
-        const int batchMs = static_cast<int>(flags.Number("batch-ms", 20));
-        const int batches = static_cast<int>(flags.Number("batches", 15));
-        const int lookups = static_cast<int>(flags.Number("lookups", 200));
-        if (batchMs < 1 || batches < 1 || lookups < 1) {
-            throw std::runtime_error("--batch-ms, --batches and --lookups must be at least 1");
-        }
+        const int batchMs = flags.Positive("batch-ms", 20);
+        const int batches = flags.Positive("batches", 15);
+        const int lookups = flags.Positive("lookups", 200);
         WSADATA data;
         if (WSAStartup(MAKEWORD(2, 2), &data) != 0) throw std::runtime_error("WSAStartup failed");
         // Our strings, as the entry routine finds them at attach.

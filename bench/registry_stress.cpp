@@ -507,9 +507,8 @@ int main(int argc, char** argv) {
             RunLoad(load, table);
         }
         if (part != "load") {
-            const int batchMs = static_cast<int>(flags.Number("batch-ms", 20));
-            const int batches = static_cast<int>(flags.Number("batches", 15));
-            if (batchMs < 1 || batches < 1) throw std::runtime_error("--batch-ms and --batches must be at least 1");
+            const int batchMs = flags.Positive("batch-ms", 20);
+            const int batches = flags.Positive("batches", 15);
             std::stringstream counts(flags.Text("counts", "1,64"));
             std::string count;
             while (std::getline(counts, count, ',')) {

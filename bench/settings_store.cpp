@@ -99,8 +99,7 @@ double Slope(const std::vector<int>& sizes, const std::vector<double>& times) {
 void FilesAndDocuments(const dxbench::Flags& flags, dxbench::ResultTable& table) {
     const std::vector<int> sizes = flags.Counts("maps", "1,10,100,500");
     if (sizes.empty()) throw std::runtime_error("--maps names no size");
-    const int runs = static_cast<int>(flags.Number("runs", 15));
-    if (runs < 1) throw std::runtime_error("--runs must be at least 1");
+    const int runs = flags.Positive("runs", 15);
     const char* operations[] = {"parse", "GetXml", "write", "read"};
     std::vector<double> medians[4];
     for (int size : sizes) {
@@ -144,9 +143,8 @@ void FilesAndDocuments(const dxbench::Flags& flags, dxbench::ResultTable& table)
 }
 
 void NumberReads(const dxbench::Flags& flags, dxbench::ResultTable& table) {
-    const int batchMs = static_cast<int>(flags.Number("batch-ms", 20));
-    const int batches = static_cast<int>(flags.Number("batches", 15));
-    if (batchMs < 1 || batches < 1) throw std::runtime_error("--batch-ms and --batches must be at least 1");
+    const int batchMs = flags.Positive("batch-ms", 20);
+    const int batches = flags.Positive("batches", 15);
     const DWORD three = 3;
     HKEY key = nullptr;
     auto put = [&](HKEY root, const char* path) {
@@ -223,8 +221,7 @@ void PutRegistryMap(const std::string& path, int i) {
 
 void RegistryStoreReads(const dxbench::Flags& flags, dxbench::ResultTable& table) {
     const std::vector<int> sizes = flags.Counts("registry-maps", "1,10,100,1000");
-    const int runs = static_cast<int>(flags.Number("runs", 15));
-    if (runs < 1) throw std::runtime_error("--runs must be at least 1");
+    const int runs = flags.Positive("runs", 15);
     const std::string family = "Software\\Verdane\\Network Protocols\\SOCKS";
     // Our strings, as the entry routine finds them at attach: without them each map's hosts would
     // seek the resource library afresh.
@@ -309,8 +306,7 @@ void PutRegistryFamily(const char* family, int count) {
 
 void XmlStore(const dxbench::Flags& flags, dxbench::ResultTable& table) {
     const std::vector<int> sizes = flags.Counts("store-maps", "1,10,100,1000");
-    const int runs = static_cast<int>(flags.Number("runs", 15));
-    if (runs < 1) throw std::runtime_error("--runs must be at least 1");
+    const int runs = flags.Positive("runs", 15);
     // Our strings, as the entry routine finds them at attach.
     g_hModule = GetModuleHandleA(nullptr);
     g_resourceLibrary.Initialise(g_hModule, "DXSOCKS.DLL");

@@ -1,5 +1,7 @@
 #include "bench_util.h"
 
+#include <climits>
+
 #include <algorithm>
 #include <cmath>
 #include <cstdio>
@@ -38,6 +40,12 @@ long Flags::Number(const std::string& name, long fallback) const {
     long value = std::strtol(found->second.c_str(), &end, 10);
     if (end == found->second.c_str() || *end != '\0') throw std::runtime_error("--" + name + " wants a number");
     return value;
+}
+
+int Flags::Positive(const std::string& name, int fallback) const {
+    const long value = Number(name, fallback);
+    if (value < 1 || value > INT_MAX) throw std::runtime_error("--" + name + " must be at least 1");
+    return static_cast<int>(value);
 }
 
 std::vector<int> Flags::Counts(const std::string& name, const std::string& fallback) const {

@@ -20,6 +20,8 @@ public:
     Flags(int argc, char** argv);
     std::string Text(const std::string& name, const std::string& fallback) const;
     long Number(const std::string& name, long fallback) const;
+    // A count or time that must be at least 1; throws std::runtime_error naming the flag otherwise.
+    int Positive(const std::string& name, int fallback) const;
     // A list of counts such as "1,16,64", each at least 1.
     std::vector<int> Counts(const std::string& name, const std::string& fallback) const;
     bool Has(const std::string& name) const { return values_.count(name) != 0; }
