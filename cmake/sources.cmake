@@ -14,9 +14,9 @@ set(DX_USES_frame "")
 set(DX_USES_host frame)
 set(DX_USES_settings host frame)
 set(DX_USES_config settings host frame)
-set(DX_USES_ui host frame)
-set(DX_USES_socks settings host frame)
-set(DX_USES_http settings host frame)
+set(DX_USES_ui config settings host frame)
+set(DX_USES_socks ui config settings host frame)
+set(DX_USES_http ui config settings host frame)
 
 # Registry and list, log, lifecycle and hidden windows, resolver, the export frame of both families.
 set(DX_PORTABLE_frame
