@@ -29,20 +29,26 @@ const char kUsage[] =
     "Options:\n"
     "  -p PORT      port to answer on (default 113, which needs root under Wine)\n"
     "  -t SECONDS   idle limit of a connection that sends no complete query (default 30)\n"
+    "  -w MS        how long a key not yet in the table is looked up again before the answer\n"
+    "               is NO-USER (default 5000): a proxy may ask before the library has entered it\n"
     "  -d           print the identity table as it stands and exit\n"
     "  -h           show this help\n"
     "\n"
     "Exit status: 0 done, 1 the table's layout is refused, 2 usage error, 3 local setup failed.\n";
 
+// A key the library hasn't entered yet is looked up again for a while (-w). The library enters the
+// user just after its connect is accepted, a proxy may ask as soon as it accepts, and on a loaded
+// machine the connecting thread can take far more than a moment to get there: a "not found" sent
+// too early makes the proxy refuse a client it would have let through.
+constexpr unsigned kMissingKeyWaitMs = 5000;
+
 struct Options {
     unsigned port = 113;
     unsigned idleSeconds = 30;
+    unsigned missingKeyWaitMs = kMissingKeyWaitMs;
     bool dump = false;
 };
 
-// A key the library hasn't entered yet (a proxy may ask at accept, before a blocking connect has
-// entered the user) is looked up again for this long.
-constexpr DWORD kMissingKeyWaitMs = 500;
 constexpr DWORD kMissingKeyStepMs = 20;
 // Connections served at once; more are closed at accept.
 constexpr int kMostConnections = 64;
@@ -67,19 +73,21 @@ int ParseOptions(int argc, char** argv, Options* o) {
             o->dump = true;
             continue;
         }
-        if (std::strchr("pt", flag) == nullptr) return UsageError("unknown option " + arg);
+        if (std::strchr("ptw", flag) == nullptr) return UsageError("unknown option " + arg);
         std::string value;
         if (!OptionValue(arg, argc, argv, &i, &value)) return UsageError("option " + arg + " needs a value");
         if (flag == 'p' && !ReadDecimal(value, 1, 65535, &o->port))
             return UsageError("-p: '" + value + "' is not a port from 1 to 65535");
         if (flag == 't' && !ReadDecimal(value, 1, 3600, &o->idleSeconds))
             return UsageError("-t: '" + value + "' is not a number of seconds from 1 to 3600");
+        if (flag == 'w' && !ReadDecimal(value, 0, 60000, &o->missingKeyWaitMs))
+            return UsageError("-w: '" + value + "' is not a number of milliseconds from 0 to 60000");
     }
     return -1;
 }
 
 // The table's word for one key: the block is opened read-only for this query and closed again.
-IdentityLookupResult LookUp(const IdentQuery& query, char* name, size_t size) {
+IdentityLookupResult LookUp(const IdentQuery& query, unsigned waitMs, char* name, size_t size) {
     const DWORD start = GetTickCount();
     for (;;) {
         IdentityLookupResult found = IdentityLookupResult::kNotFound;
@@ -88,7 +96,7 @@ IdentityLookupResult LookUp(const IdentQuery& query, char* name, size_t size) {
             found = IdentityRead(mapping, query.localPort, query.remotePort, name, size);
             CloseHandle(mapping);
         }
-        if (found != IdentityLookupResult::kNotFound || GetTickCount() - start >= kMissingKeyWaitMs) return found;
+        if (found != IdentityLookupResult::kNotFound || GetTickCount() - start >= waitMs) return found;
         Sleep(kMissingKeyStepMs);
     }
 }
@@ -107,7 +115,7 @@ std::atomic<int> g_connections{0};
 
 // One connection: a query per line, an answer per query, until the peer closes, a line runs over
 // the limit, or the idle limit passes without a complete query.
-void Serve(SOCKET s, unsigned idleSeconds) {
+void Serve(SOCKET s, unsigned idleSeconds, unsigned missingKeyWaitMs) {
     IdentLineReader reader;
     char buffer[512];
     for (;;) {
@@ -130,7 +138,7 @@ void Serve(SOCKET s, unsigned idleSeconds) {
             if (result != IdentLineReader::Result::kLine) continue;
             IdentQuery query = ParseIdentQuery(reader.Line(), reader.Length());
             char name[kIdentityNameSize] = {};
-            IdentityLookupResult found = query.valid ? LookUp(query, name, sizeof name) : IdentityLookupResult::kNotFound;
+            IdentityLookupResult found = query.valid ? LookUp(query, missingKeyWaitMs, name, sizeof name) : IdentityLookupResult::kNotFound;
             char answer[kIdentAnswerSize];
             size_t length = ComposeIdentAnswer(query, found, name, answer, sizeof answer);
             if (!SendAll(s, answer, length)) cut = true;
@@ -171,7 +179,7 @@ int Answer(const Options& o) {
             continue;
         }
         ++g_connections;
-        std::thread(Serve, s, o.idleSeconds).detach();
+        std::thread(Serve, s, o.idleSeconds, o.missingKeyWaitMs).detach();
     }
 }
 
