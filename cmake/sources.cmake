@@ -65,6 +65,7 @@ set(DX_WIN32_config
   config/proxy_map.cpp
   config/proxy_map_set.cpp
   config/registry_store.cpp
+  config/shim_detection.cpp
   config/socks_config.cpp
   config/xml_store.cpp)
 

@@ -7,6 +7,7 @@
 #include "suite_library.h"
 #include "proxy_socket_manager.h"
 #include "result_codes.h"
+#include "shim_detection.h"
 #include "version_info.h"
 #include "xml_registry.h"
 
@@ -25,7 +26,7 @@ const AnyFunction kHttpDispatchTable[31] = {
     nullptr,  // HTTP_ConfigurationDialog
     Slot(HTTP_SetProxy),
     nullptr,  // HTTP_DetermineProxy
-    nullptr,  // HTTP_DetectShims
+    Slot(HTTP_DetectShims),
     Slot(HTTP_GetVersionInfo),
     Slot(HTTP_SetLoggingCallback),
     Slot(HTTP_SetPasswordCallback),
@@ -151,6 +152,8 @@ int HTTP_SetProxy(SOCKET s, const sockaddr_in* proxy, int length, const char* us
     log.End();
     return object != nullptr ? 0 : 1;
 }
+
+int HTTP_DetectShims(int warn, HWND owner) { return DetectShims(kHttpShims, warn, owner); }
 
 int HTTP_GetVersionInfo(void* out, int size) { return CopyVersionRecord("HTTP_GetVersionInfo", out, size); }
 

@@ -125,6 +125,12 @@ DXSOCKS_API const char *HTTP_GetXMLConfig(void);
 /* Forgets the library's state for s; does not close s. As SOCKS_CleanupSocket, from any thread. */
 DXSOCKS_API void HTTP_CleanupSocket(SOCKET s);
 
+/*
+ * As SOCKS_DetectShims, for programs that would disturb HTTP connections: a window of class
+ * Firewalker or one titled "HttpCap - Control"; Detect is read under Network Protocols\HTTP.
+ */
+DXSOCKS_API int HTTP_DetectShims(int warn, HWND owner);
+
 /* The same as SOCKS_GetVersionInfo: the one version record of the library. */
 DXSOCKS_API int HTTP_GetVersionInfo(void *out, int size);
 

@@ -121,6 +121,15 @@ DXSOCKS_API int SOCKS_connect(SOCKET s, const struct sockaddr *name, int namelen
 DXSOCKS_API int SOCKS_SetProxy(SOCKET s, const struct sockaddr_in *proxy, int length, const char *userId);
 
 /*
+ * Looks for a running program that wraps the socket layer itself (a window of class Firewalker, or
+ * one titled "SocksCap - Control"), unless the registry value Detect under Software\Verdane\Network
+ * Protocols\SOCKS is 0 (HKEY_USERS\.Default's value counts when the user has none). With warn
+ * non-zero and a program found, shows a stop box over owner, or without one over the top of the
+ * active window, which is made active again after the box. Returns 1 if such a program runs, else 0.
+ */
+DXSOCKS_API int SOCKS_DetectShims(int warn, HWND owner);
+
+/*
  * Copies the first size bytes of the library's version record (DXSOCKS_VERSION_RECORD, 74 bytes;
  * a size above 74, or a negative one, copies all 74) to out. Returns 1, or 0 when out is null.
  */

@@ -7,6 +7,7 @@
 #include "proxy_socket_manager.h"
 #include "resolver.h"
 #include "result_codes.h"
+#include "shim_detection.h"
 #include "socks_api.h"
 #include "socks_socket.h"
 #include "suite_library.h"
@@ -33,7 +34,7 @@ const AnyFunction kSocksDispatchTable[33] = {
     nullptr,  // SOCKS_ConfigurationDialog
     Slot(SOCKS_SetProxy),
     nullptr,  // SOCKS_DetermineProxy
-    nullptr,  // SOCKS_DetectShims
+    Slot(SOCKS_DetectShims),
     Slot(SOCKS_GetVersionInfo),
     Slot(SOCKS_SetProtocolVersion), Slot(SOCKS_SetLoggingCallback),
     Slot(SOCKS_SetPasswordCallback),
@@ -217,6 +218,8 @@ int SOCKS_Cleanup(void) {
 int SOCKS_SetProxy(SOCKET s, const sockaddr_in* proxy, int length, const char* userId) {
     return SOCKS_SetProxyEx(s, proxy, length, userId, 4);
 }
+
+int SOCKS_DetectShims(int warn, HWND owner) { return DetectShims(kSocksShims, warn, owner); }
 
 int SOCKS_GetVersionInfo(void* out, int size) { return CopyVersionRecord("SOCKS_GetVersionInfo", out, size); }
 
