@@ -243,3 +243,102 @@ TEST(ShimDetectionChild, DISABLED_NoTextNoBox) {
 }
 
 }  // namespace
+
+// The check as each determination makes it, before the set is read: a warning per family and
+// process, once a shim has been seen. The flags live as long as the process, so each case runs in a
+// fresh copy of this program, beside the library, the suite library and our strings, and without a
+// UI library, so that a set without maps declines the first-use prompt at once.
+namespace {
+
+int DetermineWatched(bool socks, std::vector<BoxRecord>* boxes) {
+    sockaddr_in proxy = {};
+    char user[512] = {};
+    unsigned int word = 0;
+    int family = 2;
+    BoxWatcher watcher(GetCurrentThreadId());
+    int result = socks ? SOCKS_DetermineProxyEx("example.com", 80, &proxy, sizeof proxy, user, sizeof user, &word,
+                                                &family)
+                       : HTTP_DetermineProxyEx("example.com", 80, &proxy, sizeof proxy, user, sizeof user, &word,
+                                               &family);
+    *boxes = watcher.Stop();
+    return result;
+}
+
+// The number of warnings the determinations of one family show, in order.
+std::vector<size_t> WarningsOf(bool socks, int determinations) {
+    std::vector<size_t> counts;
+    for (int i = 0; i < determinations; ++i) {
+        std::vector<BoxRecord> boxes;
+        DetermineWatched(socks, &boxes);
+        counts.push_back(boxes.size());
+    }
+    return counts;
+}
+
+void RunDeterminationChild(const std::string& name) {
+    dxtest::ExpectCopiedCasePasses({{dxtest::BesideProgram("DXSOCKS.DLL"), "DXSOCKS.DLL"},
+                                    {dxtest::BesideProgram("KVTSOCK2.DLL"), "KVTSOCK2.DLL"},
+                                    {dxtest::BesideProgram("DXSOCKS_0409.DLL"), "DXSOCKS_0409.DLL"},
+                                    {dxtest::BesideProgram("shim_window.exe"), "shim_window.exe"}},
+                                   "ShimDeterminationChild.DISABLED_" + name);
+}
+
+using Counts = std::vector<size_t>;
+
+}  // namespace
+
+TEST_F(ShimDetectionTest, DeterminationWarnsOncePerFamily) { RunDeterminationChild("OncePerFamily"); }
+
+TEST(ShimDeterminationChild, DISABLED_OncePerFamily) {
+    ShimWindow shim(ShimWindow::kByClass, "Firewalker");
+    ASSERT_TRUE(shim.Running());
+    EXPECT_EQ(WarningsOf(true, 3), (Counts{1, 0, 0}));
+    EXPECT_EQ(WarningsOf(false, 3), (Counts{1, 0, 0}));
+    // A host's own call still warns each time.
+    std::vector<BoxRecord> boxes;
+    BoxWatcher watcher(GetCurrentThreadId());
+    EXPECT_EQ(SOCKS_DetectShims(1, nullptr), 1);
+    EXPECT_EQ(watcher.Stop().size(), 1u);
+}
+
+TEST_F(ShimDetectionTest, DeterminationSeesAShimStartedBetweenTwoDeterminations) {
+    RunDeterminationChild("StartedBetween");
+}
+
+TEST(ShimDeterminationChild, DISABLED_StartedBetween) {
+    EXPECT_EQ(WarningsOf(true, 2), (Counts{0, 0}));
+    ShimWindow shim(ShimWindow::kByTitle, "SocksCap - Control");
+    ASSERT_TRUE(shim.Running());
+    EXPECT_EQ(WarningsOf(true, 2), (Counts{1, 0}));
+    // Not a window the HTTP family minds.
+    EXPECT_EQ(WarningsOf(false, 2), (Counts{0, 0}));
+}
+
+TEST_F(ShimDetectionTest, DeterminationWithDetectZeroAloneInAUserKeyWarnsFromTheSecond) {
+    // With no settings file the key is a registry configuration, which the first determination moves
+    // into the file, deleting the key and its Detect with it.
+    ASSERT_TRUE(dxtest::PutNumber(Hive::kUser, kSocksKey, "Detect", 0));
+    RunDeterminationChild("DetectZeroAlone");
+}
+
+TEST(ShimDeterminationChild, DISABLED_DetectZeroAlone) {
+    ShimWindow shim(ShimWindow::kByClass, "Firewalker");
+    ASSERT_TRUE(shim.Running());
+    ASSERT_TRUE(dxtest::GetValue(Hive::kUser, kSocksKey, "Detect").found);
+    EXPECT_EQ(WarningsOf(true, 1), (Counts{0}));
+    EXPECT_FALSE(dxtest::GetValue(Hive::kUser, kSocksKey, "Detect").found);
+    EXPECT_EQ(WarningsOf(true, 2), (Counts{1, 0}));
+}
+
+TEST_F(ShimDetectionTest, DeterminationWithDetectZeroUnderTheDefaultProfileNeverWarns) {
+    ASSERT_TRUE(dxtest::PutNumber(Hive::kDefaultProfile, kSocksKey, "Detect", 0));
+    ASSERT_TRUE(dxtest::PutNumber(Hive::kDefaultProfile, kHttpKey, "Detect", 0));
+    RunDeterminationChild("DetectZeroDefault");
+}
+
+TEST(ShimDeterminationChild, DISABLED_DetectZeroDefault) {
+    ShimWindow shim(ShimWindow::kByClass, "Firewalker");
+    ASSERT_TRUE(shim.Running());
+    EXPECT_EQ(WarningsOf(true, 2), (Counts{0, 0}));
+    EXPECT_EQ(WarningsOf(false, 2), (Counts{0, 0}));
+}
