@@ -68,10 +68,12 @@ set(DX_WIN32_config
   config/socks_config.cpp
   config/xml_store.cpp)
 
-# The kinds of Windows the dialogs tell apart.
+# The kinds of Windows the dialogs tell apart, the image button and the dialogs' small helpers.
 set(DX_PORTABLE_ui
+  ui/combo_height.cpp
   ui/os_kind_rules.cpp)
 set(DX_WIN32_ui
+  ui/image_button.cpp
   ui/os_kind.cpp)
 
 # The SOCKS client.
