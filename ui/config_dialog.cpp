@@ -204,6 +204,21 @@ void FillVersionCombo(HWND dialog, const CProxyMap* record) {
 
 // ----- The main dialog -----
 
+void SelectionChanged(ConfigDialogContext* context) {
+    HWND dialog = context->dialog;
+    const int selected = SelectedRow(context->list);
+    if (selected < 0) {
+        Enable(dialog, IDC_MOVE_UP, false);
+        Enable(dialog, IDC_MOVE_DOWN, false);
+        Enable(dialog, IDC_REMOVE, false);
+        return;
+    }
+    const int rows = static_cast<int>(SendMessageA(context->list, LVM_GETITEMCOUNT, 0, 0));
+    Enable(dialog, IDC_MOVE_UP, selected >= 1);
+    Enable(dialog, IDC_MOVE_DOWN, selected < rows - 1);
+    Enable(dialog, IDC_REMOVE, true);
+}
+
 void FillList(ConfigDialogContext* context, int select) {
     HWND list = context->list;
     SendMessageA(list, LVM_DELETEALLITEMS, 0, 0);
@@ -232,6 +247,9 @@ void FillList(ConfigDialogContext* context, int select) {
     }
     SetFocus(list);
     Enable(context->dialog, IDC_VIEW_SWITCH, added < 2);
+    // The list tells a selection change while rows are still to come, and tells none when no row is
+    // selected: the buttons follow the filled list.
+    SelectionChanged(context);
 }
 
 void ShowSimpleFields(ConfigDialogContext* context) {
@@ -347,21 +365,6 @@ void MoveMap(ConfigDialogContext* context, int step) {
     context->config->Remove(record);
     context->config->InsertAt(target, record);
     FillList(context, target);
-}
-
-void SelectionChanged(ConfigDialogContext* context) {
-    HWND dialog = context->dialog;
-    const int selected = SelectedRow(context->list);
-    if (selected < 0) {
-        Enable(dialog, IDC_MOVE_UP, false);
-        Enable(dialog, IDC_MOVE_DOWN, false);
-        Enable(dialog, IDC_REMOVE, false);
-        return;
-    }
-    const int rows = static_cast<int>(SendMessageA(context->list, LVM_GETITEMCOUNT, 0, 0));
-    Enable(dialog, IDC_MOVE_UP, selected >= 1);
-    Enable(dialog, IDC_MOVE_DOWN, selected < rows - 1);
-    Enable(dialog, IDC_REMOVE, true);
 }
 
 void CellText(const DialogFamily& family, NMLVDISPINFOA* info) {

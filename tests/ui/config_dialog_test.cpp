@@ -6,7 +6,6 @@
 
 #include <cstdlib>
 #include <map>
-#include <regex>
 #include <string>
 #include <vector>
 
@@ -43,25 +42,61 @@ struct FileMap {
     std::map<std::string, std::string> values;
 };
 
-// The maps of `type` in the settings file, in the file's order.
-std::vector<FileMap> FileMaps(const std::string& type) {
-    const std::string text = dxtest::ReadSettingsBytes();
-    std::vector<FileMap> maps;
-    const std::regex proxy("<Proxy type=\"" + type + "\">([\\s\\S]*?)</Proxy>");
-    std::smatch section;
-    if (!std::regex_search(text, section, proxy)) return maps;
-    const std::string body = section[1];
-    const std::regex map("<Map id=\"([^\"]*)\">([\\s\\S]*?)</Map>");
-    const std::regex value("<(\\w+) value=\"([^\"]*)\"/>");
-    for (auto m = std::sregex_iterator(body.begin(), body.end(), map); m != std::sregex_iterator(); ++m) {
-        FileMap found;
-        found.id = (*m)[1];
-        const std::string elements = (*m)[2];
-        for (auto v = std::sregex_iterator(elements.begin(), elements.end(), value); v != std::sregex_iterator(); ++v) {
-            found.values[(*v)[1]] = (*v)[2];
-        }
-        maps.push_back(found);
+// The text between `open` and the next `close` from `from` on; npos in `next` when there is none.
+std::string Between(const std::string& text, const std::string& open, const std::string& close, size_t from,
+                    size_t* next) {
+    size_t start = text.find(open, from);
+    size_t end = start == std::string::npos ? start : text.find(close, start + open.size());
+    if (end == std::string::npos) {
+        *next = std::string::npos;
+        return "";
     }
+    *next = end + close.size();
+    return text.substr(start + open.size(), end - start - open.size());
+}
+
+// The <Proxy> element of `type` in the settings file; empty when there is none.
+std::string ProxySection(const std::string& type) {
+    size_t next = 0;
+    return Between(dxtest::ReadSettingsBytes(), "<Proxy type=\"" + type + "\">", "</Proxy>", 0, &next);
+}
+
+// The family's count attribute, -1 without one.
+int FileMapCount(const std::string& type) {
+    size_t next = 0;
+    const std::string count = Between(ProxySection(type), "<Maps count=\"", "\"", 0, &next);
+    return next == std::string::npos ? -1 : std::atoi(count.c_str());
+}
+
+// The maps of `type` in the settings file as a reader takes them: ids 1 to count, then Default; those
+// that stand in the file. (A writer updates the file's elements by id and leaves any above the count.)
+std::vector<FileMap> FileMaps(const std::string& type) {
+    const std::string body = ProxySection(type);
+    std::map<std::string, FileMap> byId;
+    for (size_t at = body.find("<Map id=\""); at != std::string::npos; at = body.find("<Map id=\"", at)) {
+        size_t next = 0;
+        FileMap found;
+        found.id = Between(body, "<Map id=\"", "\"", at, &next);
+        const std::string elements = Between(body, ">", "</Map>", next, &at);
+        if (at == std::string::npos) break;
+        for (size_t e = elements.find('<'); e != std::string::npos; e = elements.find('<', e + 1)) {
+            const size_t space = elements.find(" value=\"", e);
+            if (space == std::string::npos) break;
+            const std::string name = elements.substr(e + 1, space - e - 1);
+            size_t after = 0;
+            found.values[name] = Between(elements, " value=\"", "\"", space, &after);
+            e = after;
+        }
+        byId[found.id] = found;
+    }
+    std::vector<FileMap> maps;
+    const int count = FileMapCount(type);
+    for (int i = 1; i <= count; ++i) {
+        auto it = byId.find(std::to_string(i));
+        if (it != byId.end()) maps.push_back(it->second);
+    }
+    auto last = byId.find("Default");
+    if (last != byId.end()) maps.push_back(last->second);
     return maps;
 }
 
@@ -155,7 +190,7 @@ TEST_F(ConfigDialogTest, AddWithoutSelectionPutsTheNewMapFirst) {
     std::vector<FileMap> maps = FileMaps("SOCKS");
     ASSERT_EQ(maps.size(), 3u);
     EXPECT_EQ(maps[0].values["DestinationAddress"], "new.example");
-    EXPECT_EQ(maps[0].values["DestinationPort"], "22");
+    EXPECT_EQ(maps[0].values["DestinationPort"], "22 (SSH)");
     EXPECT_EQ(maps[0].values["ProxyAddress"], "p2.example");
     EXPECT_EQ(maps[1].values["DestinationAddress"], "a.example");
     EXPECT_EQ(maps[2].id, "Default");
@@ -171,8 +206,10 @@ TEST_F(ConfigDialogTest, RemovingTheOnlyMapLeavesADefaultMap) {
 
 TEST_F(ConfigDialogTest, RemovingTheLastRowLeavesNoSelection) {
     Run("RemoveLast", File(Socks("1", Map("1", "a.example", "*", "p.example", "1080", "Guest") + SocksDefault())));
+    EXPECT_EQ(FileMapCount("SOCKS"), 1);
     std::vector<FileMap> maps = FileMaps("SOCKS");
-    ASSERT_EQ(maps.size(), 1u);
+    ASSERT_FALSE(maps.empty());
+    EXPECT_EQ(maps[0].id, "1");
     EXPECT_EQ(maps[0].values["DestinationAddress"], "a.example");
 }
 
@@ -214,7 +251,7 @@ TEST_F(ConfigDialogTest, TheMapDialogsApplyDropsAnAddAndKeepsAnEdit) {
 
 TEST_F(ConfigDialogTest, LongTextsAreBoundedAndManyMapsOpen) {
     std::string many;
-    for (int i = 1; i <= 500; ++i) {
+    for (int i = 2; i <= 501; ++i) {
         many += Map(std::to_string(i), "h" + std::to_string(i) + ".example", "*", "p.example", "1080", "Guest");
     }
     Run("LongTexts",
@@ -460,8 +497,15 @@ TEST(ConfigDialogChild, DISABLED_AddFirst) {
         GetWindowTextA(map, title, sizeof title);
         EXPECT_STREQ(title, "Add a proxy map");
         EXPECT_EQ(ItemText(map, IDC_DESTINATION_ADDRESS), "Any host");
+        EXPECT_EQ(ItemText(map, IDC_DESTINATION_PORT), "Any");
+        // A new map has no proxy: direct until unchecked, which shows the family's defaults.
+        EXPECT_TRUE(Checked(map, IDC_DIRECT));
+        EXPECT_EQ(ItemText(map, IDC_PROXY_PORT), "");
+        Click(map, IDC_DIRECT);
+        EXPECT_EQ(ItemText(map, IDC_PROXY_ADDRESS), "");
         EXPECT_EQ(ItemText(map, IDC_PROXY_PORT), "1080");
         EXPECT_EQ(ItemText(map, IDC_PROXY_USER), "Guest");
+        EXPECT_EQ(dxtest::ComboSelection(map, IDC_PROTOCOL_VERSION), 0);
         // The port list: our eleven entries.
         EXPECT_EQ(SendDlgItemMessageA(map, IDC_DESTINATION_PORT, CB_GETCOUNT, 0, 0), 11);
         SetText(map, IDC_DESTINATION_ADDRESS, "new.example");
@@ -624,7 +668,7 @@ TEST(ConfigDialogChild, DISABLED_LongTexts) {
         std::vector<Row> rows = Rows(dialog);
         ASSERT_EQ(rows.size(), 502u);
         EXPECT_EQ(rows[0].destination, std::string(63, 'h'));
-        EXPECT_EQ(rows[500].destination, "h500.example:Any");
+        EXPECT_EQ(rows[499].destination, "h500.example:Any");
         dxtest::SelectRow(dialog, 0);
         Press(dialog, IDC_EDIT);
         HWND map = dxtest::MapDialog(thread);
