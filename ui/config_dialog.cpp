@@ -221,6 +221,8 @@ void SelectionChanged(ConfigDialogContext* context) {
 
 void FillList(ConfigDialogContext* context, int select) {
     HWND list = context->list;
+    // Drawn once when filled, not once per row.
+    SendMessageA(list, WM_SETREDRAW, FALSE, 0);
     SendMessageA(list, LVM_DELETEALLITEMS, 0, 0);
     int added = 0;
     int index = 0;
@@ -245,6 +247,8 @@ void FillList(ConfigDialogContext* context, int select) {
             SendMessageA(list, LVM_SETITEMTEXTA, static_cast<WPARAM>(row), reinterpret_cast<LPARAM>(&text));
         }
     }
+    SendMessageA(list, WM_SETREDRAW, TRUE, 0);
+    InvalidateRect(list, nullptr, TRUE);
     SetFocus(list);
     Enable(context->dialog, IDC_VIEW_SWITCH, added < 2);
     // The list tells a selection change while rows are still to come, and tells none when no row is
