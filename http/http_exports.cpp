@@ -1,4 +1,5 @@
 // HTTP_* exports, in ordinal order.
+#include "config_dialog.h"
 #include "determination.h"
 #include "export_frame.h"
 #include "http_api.h"
@@ -24,7 +25,7 @@ const AnyFunction kHttpDispatchTable[31] = {
     Slot(HTTP_accept),     Slot(HTTP_bind),        Slot(HTTP_closesocket), Slot(HTTP_connect),
     Slot(HTTP_getsockname), Slot(HTTP_ioctlsocket), Slot(HTTP_listen),      Slot(HTTP_select),
     Slot(HTTP_WSAAsyncSelect), Slot(HTTP_Cleanup),  Slot(HTTP_LogString),
-    nullptr,  // HTTP_ConfigurationDialog
+    Slot(HTTP_ConfigurationDialog),
     Slot(HTTP_SetProxy),
     Slot(HTTP_DetermineProxy),
     Slot(HTTP_DetectShims),
@@ -35,7 +36,7 @@ const AnyFunction kHttpDispatchTable[31] = {
     Slot(HTTP_GetConnectError),
     Slot(HTTP_DetermineProxyEx), Slot(HTTP_UseAddressFamily),
     Slot(HTTP_SetXMLConfig), Slot(HTTP_GetXMLConfig),
-    nullptr,  // HTTP_ShowXMLConfigDlg
+    Slot(HTTP_ShowXMLConfigDlg),
     Slot(HTTP_CleanupSocket),
     Slot(HTTP_ConnectTimeout),
     Slot(HTTP_SetParentHWND),
@@ -148,6 +149,10 @@ void HTTP_SetPasswordCallback(void* context, DXSOCKS_PASSWORD_CALLBACK callback)
     g_pfnHttpPassword = callback;
 }
 
+int HTTP_ConfigurationDialog(HWND owner) {
+    return ConfigurationDialogExport("HTTP_ConfigurationDialog", ConfigFamily::kHttp, owner);
+}
+
 int HTTP_SetProxy(SOCKET s, const sockaddr_in* proxy, int length, const char* user, unsigned int authenticate) {
     ExportLog log("HTTP_SetProxy", s);
     SharedUse<CHttpSocket> object = FindOrAddHttpSocket(s);
@@ -195,6 +200,10 @@ int HTTP_UseAddressFamily(const char* host, unsigned int port, int* family) {
 int HTTP_SetXMLConfig(const char* text) { return SetXmlConfigExport("HTTP_SetXMLConfig", kXmlRegistryHttp, text); }
 
 const char* HTTP_GetXMLConfig() { return GetXmlConfigExport("HTTP_GetXMLConfig"); }
+
+const char* HTTP_ShowXMLConfigDlg(HWND owner) {
+    return ShowXmlConfigDialogExport("HTTP_ShowXMLConfigDlg", ConfigFamily::kHttp, owner);
+}
 
 void HTTP_CleanupSocket(SOCKET s) { CleanupManagedSocket("HTTP_CleanupSocket", s); }
 
