@@ -1,4 +1,5 @@
 // HTTP_* exports, in ordinal order.
+#include "config_dialog.h"
 #include "determination.h"
 #include "export_frame.h"
 #include "http_api.h"
@@ -8,6 +9,7 @@
 #include "suite_library.h"
 #include "proxy_socket_manager.h"
 #include "result_codes.h"
+#include "shim_detection.h"
 #include "version_info.h"
 #include "xml_registry.h"
 
@@ -23,10 +25,10 @@ const AnyFunction kHttpDispatchTable[31] = {
     Slot(HTTP_accept),     Slot(HTTP_bind),        Slot(HTTP_closesocket), Slot(HTTP_connect),
     Slot(HTTP_getsockname), Slot(HTTP_ioctlsocket), Slot(HTTP_listen),      Slot(HTTP_select),
     Slot(HTTP_WSAAsyncSelect), Slot(HTTP_Cleanup),  Slot(HTTP_LogString),
-    nullptr,  // HTTP_ConfigurationDialog
+    Slot(HTTP_ConfigurationDialog),
     Slot(HTTP_SetProxy),
     Slot(HTTP_DetermineProxy),
-    nullptr,  // HTTP_DetectShims
+    Slot(HTTP_DetectShims),
     Slot(HTTP_GetVersionInfo),
     Slot(HTTP_SetLoggingCallback),
     Slot(HTTP_SetPasswordCallback),
@@ -34,7 +36,7 @@ const AnyFunction kHttpDispatchTable[31] = {
     Slot(HTTP_GetConnectError),
     Slot(HTTP_DetermineProxyEx), Slot(HTTP_UseAddressFamily),
     Slot(HTTP_SetXMLConfig), Slot(HTTP_GetXMLConfig),
-    nullptr,  // HTTP_ShowXMLConfigDlg
+    Slot(HTTP_ShowXMLConfigDlg),
     Slot(HTTP_CleanupSocket),
     Slot(HTTP_ConnectTimeout),
     Slot(HTTP_SetParentHWND),
@@ -147,6 +149,10 @@ void HTTP_SetPasswordCallback(void* context, DXSOCKS_PASSWORD_CALLBACK callback)
     g_pfnHttpPassword = callback;
 }
 
+int HTTP_ConfigurationDialog(HWND owner) {
+    return ConfigurationDialogExport("HTTP_ConfigurationDialog", ConfigFamily::kHttp, owner);
+}
+
 int HTTP_SetProxy(SOCKET s, const sockaddr_in* proxy, int length, const char* user, unsigned int authenticate) {
     ExportLog log("HTTP_SetProxy", s);
     SharedUse<CHttpSocket> object = FindOrAddHttpSocket(s);
@@ -160,6 +166,8 @@ int HTTP_DetermineProxy(const sockaddr* destination, int destinationLength, sock
     return DetermineProxyByAddress(kHttpDetermination, destination, destinationLength, proxy, proxySize, userId,
                                    userIdSize, basicAuthentication);
 }
+
+int HTTP_DetectShims(int warn, HWND owner) { return DetectShims(kHttpShims, warn, owner); }
 
 int HTTP_GetVersionInfo(void* out, int size) { return CopyVersionRecord("HTTP_GetVersionInfo", out, size); }
 
@@ -192,6 +200,10 @@ int HTTP_UseAddressFamily(const char* host, unsigned int port, int* family) {
 int HTTP_SetXMLConfig(const char* text) { return SetXmlConfigExport("HTTP_SetXMLConfig", kXmlRegistryHttp, text); }
 
 const char* HTTP_GetXMLConfig() { return GetXmlConfigExport("HTTP_GetXMLConfig"); }
+
+const char* HTTP_ShowXMLConfigDlg(HWND owner) {
+    return ShowXmlConfigDialogExport("HTTP_ShowXMLConfigDlg", ConfigFamily::kHttp, owner);
+}
 
 void HTTP_CleanupSocket(SOCKET s) { CleanupManagedSocket("HTTP_CleanupSocket", s); }
 

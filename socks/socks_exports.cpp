@@ -1,6 +1,7 @@
 // SOCKS_* exports, in ordinal order.
 #include <cstring>
 
+#include "config_dialog.h"
 #include "determination.h"
 #include "export_frame.h"
 #include "lifecycle.h"
@@ -8,6 +9,7 @@
 #include "proxy_socket_manager.h"
 #include "resolver.h"
 #include "result_codes.h"
+#include "shim_detection.h"
 #include "socks_api.h"
 #include "socks_socket.h"
 #include "suite_library.h"
@@ -31,10 +33,10 @@ const AnyFunction kSocksDispatchTable[33] = {
     Slot(SOCKS_accept),     Slot(SOCKS_bind),          Slot(SOCKS_closesocket),        Slot(SOCKS_connect),
     Slot(SOCKS_getsockname), Slot(SOCKS_ioctlsocket),  Slot(SOCKS_listen),             Slot(SOCKS_select),
     Slot(SOCKS_WSAAsyncSelect), Slot(SOCKS_Cleanup),   Slot(SOCKS_LogString),
-    nullptr,  // SOCKS_ConfigurationDialog
+    Slot(SOCKS_ConfigurationDialog),
     Slot(SOCKS_SetProxy),
     Slot(SOCKS_DetermineProxy),
-    nullptr,  // SOCKS_DetectShims
+    Slot(SOCKS_DetectShims),
     Slot(SOCKS_GetVersionInfo),
     Slot(SOCKS_SetProtocolVersion), Slot(SOCKS_SetLoggingCallback),
     Slot(SOCKS_SetPasswordCallback),
@@ -42,7 +44,7 @@ const AnyFunction kSocksDispatchTable[33] = {
     Slot(SOCKS_GetConnectError),
     Slot(SOCKS_DetermineProxyEx), Slot(SOCKS_UseAddressFamily),
     Slot(SOCKS_SetXMLConfig), Slot(SOCKS_GetXMLConfig),
-    nullptr,  // SOCKS_ShowXMLConfigDlg
+    Slot(SOCKS_ShowXMLConfigDlg),
     Slot(SOCKS_CleanupSocket), Slot(SOCKS_SetProxyEx),
     Slot(SOCKS_ConnectTimeout),
     Slot(SOCKS_SetParentHWND),
@@ -217,6 +219,10 @@ int SOCKS_Cleanup(void) {
     return 1;
 }
 
+int SOCKS_ConfigurationDialog(HWND owner) {
+    return ConfigurationDialogExport("SOCKS_ConfigurationDialog", ConfigFamily::kSocks, owner);
+}
+
 int SOCKS_SetProxy(SOCKET s, const sockaddr_in* proxy, int length, const char* userId) {
     return SOCKS_SetProxyEx(s, proxy, length, userId, 4);
 }
@@ -226,6 +232,8 @@ int SOCKS_DetermineProxy(const sockaddr* destination, int destinationLength, soc
     return DetermineProxyByAddress(kSocksDetermination, destination, destinationLength, proxy, proxySize, userId,
                                    userIdSize, nullptr);
 }
+
+int SOCKS_DetectShims(int warn, HWND owner) { return DetectShims(kSocksShims, warn, owner); }
 
 int SOCKS_GetVersionInfo(void* out, int size) { return CopyVersionRecord("SOCKS_GetVersionInfo", out, size); }
 
@@ -263,6 +271,10 @@ int SOCKS_UseAddressFamily(const char* host, unsigned int port, int* family) {
 int SOCKS_SetXMLConfig(const char* text) { return SetXmlConfigExport("SOCKS_SetXMLConfig", kXmlRegistrySocks, text); }
 
 const char* SOCKS_GetXMLConfig() { return GetXmlConfigExport("SOCKS_GetXMLConfig"); }
+
+const char* SOCKS_ShowXMLConfigDlg(HWND owner) {
+    return ShowXmlConfigDialogExport("SOCKS_ShowXMLConfigDlg", ConfigFamily::kSocks, owner);
+}
 
 void SOCKS_CleanupSocket(SOCKET s) { CleanupManagedSocket("SOCKS_CleanupSocket", s, DropSocksIdentity); }
 

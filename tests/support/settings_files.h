@@ -1,6 +1,7 @@
-// The settings file as the tests write it: its bytes, and texts built from maps; and the file that
-// makes every destination go direct, for tests that determine beside a UI library whose first-use
-// prompt nobody would answer.
+// The settings file as the tests write it: its bytes, and texts built from maps, for the tests that
+// set up or look at the proxy maps in the file; and the file that makes every destination go direct,
+// for tests that determine beside a UI library whose first-use prompt nobody would answer. Callers
+// hold the settings_store lock.
 #pragma once
 
 #include <string>
