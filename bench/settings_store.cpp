@@ -14,7 +14,6 @@
 // settings file store's sizes; --rows=PATH.
 #include <winsock2.h>
 #include <windows.h>
-#include <shlobj.h>
 
 #include <cstdio>
 #include <stdexcept>
@@ -34,20 +33,8 @@ namespace {
 
 const char kMapsPath[] = "Network Protocols\\SOCKS";
 
-std::string SettingsPath() {
-    char folder[MAX_PATH] = {};
-    if (FAILED(SHGetFolderPathA(nullptr, CSIDL_APPDATA, nullptr, SHGFP_TYPE_CURRENT, folder))) return "";
-    return std::string(folder) + "\\Zelmont\\Verdane\\Settings.xml";
-}
-
-void ClearStore() {
-    const std::string file = SettingsPath();
-    if (!file.empty()) DeleteFileA(file.c_str());
-    RegDeleteTreeA(HKEY_CURRENT_USER, "Software\\Verdane");
-    RegDeleteKeyA(HKEY_CURRENT_USER, "Software\\Verdane");
-    RegDeleteTreeA(HKEY_USERS, ".Default\\Software\\Verdane");
-    RegDeleteKeyA(HKEY_USERS, ".Default\\Software\\Verdane");
-}
+using dxbench::SettingsPath;
+void ClearStore() { dxbench::ClearSettingsStore(); }
 
 // A settings text of `count` SOCKS maps and the default map, as the store writes them.
 std::string SettingsText(int count) {
@@ -62,17 +49,6 @@ std::string SettingsText(int count) {
     return text + "</Maps></SOCKS></Settings>";
 }
 
-template <typename Step>
-dxbench::Summary TimeRuns(int runs, Step step) {
-    std::vector<double> samples;
-    for (int i = 0; i < runs; ++i) {
-        double start = dxbench::NowNs();
-        step();
-        samples.push_back(dxbench::NowNs() - start);
-    }
-    return dxbench::Summarize(samples);
-}
-
 template <typename Read>
 dxbench::Summary TimeReads(int batchMs, int batches, Read read) {
     auto batch = [&](long reads) {
@@ -81,19 +57,6 @@ dxbench::Summary TimeReads(int batchMs, int batches, Read read) {
         return dxbench::NowNs() - start;
     };
     return dxbench::Summarize(dxbench::BatchMeans(batch, 16, size_t{1} << 24, batchMs, batches));
-}
-
-// Least squares of time over maps: the slope, in ns per map.
-double Slope(const std::vector<int>& sizes, const std::vector<double>& times) {
-    double n = static_cast<double>(sizes.size()), sx = 0, sy = 0, sxx = 0, sxy = 0;
-    for (size_t i = 0; i < sizes.size(); ++i) {
-        sx += sizes[i];
-        sy += times[i];
-        sxx += static_cast<double>(sizes[i]) * sizes[i];
-        sxy += sizes[i] * times[i];
-    }
-    double d = n * sxx - sx * sx;
-    return d != 0 ? (n * sxy - sx * sy) / d : dxbench::kNoValue;
 }
 
 void FilesAndDocuments(const dxbench::Flags& flags, dxbench::ResultTable& table) {
@@ -108,16 +71,16 @@ void FilesAndDocuments(const dxbench::Flags& flags, dxbench::ResultTable& table)
         if (document == nullptr) throw std::runtime_error("a generated settings text did not parse");
         std::wstring xml;
         document->GetXml(xml);
-        const dxbench::Summary parse = TimeRuns(runs, [&] { delete CreateSettings(text.c_str()); });
-        const dxbench::Summary give = TimeRuns(runs, [&] {
+        const dxbench::Summary parse = dxbench::TimeRuns(runs, [&] { delete CreateSettings(text.c_str()); });
+        const dxbench::Summary give = dxbench::TimeRuns(runs, [&] {
             std::wstring again;
             document->GetXml(again);
         });
-        const dxbench::Summary write = TimeRuns(runs, [&] {
+        const dxbench::Summary write = dxbench::TimeRuns(runs, [&] {
             if (WriteSettingsFile(xml) != 1) throw std::runtime_error("the settings file could not be written");
         });
         // Each read replaces the process's document and keeps the former one, as the library does.
-        const dxbench::Summary read = TimeRuns(runs, [&] {
+        const dxbench::Summary read = dxbench::TimeRuns(runs, [&] {
             if (ReadSettingsDocument() != 1) throw std::runtime_error("the settings file could not be read");
         });
         delete document;
@@ -137,7 +100,7 @@ void FilesAndDocuments(const dxbench::Flags& flags, dxbench::ResultTable& table)
     }
     for (int op = 0; op < 4; ++op) {
         table.Add("settings store", std::string(operations[op]) + ", per map", sizes.size(),
-                  Slope(sizes, medians[op]), dxbench::kNoValue,
+                  dxbench::Slope(sizes, medians[op]), dxbench::kNoValue,
                   "least squares over the sizes (Median column: the slope)");
     }
 }
@@ -242,7 +205,7 @@ void RegistryStoreReads(const dxbench::Flags& flags, dxbench::ResultTable& table
         const DWORD count = static_cast<DWORD>(size);
         PutRegistryValue(family, "Count", REG_DWORD, &count, sizeof count);
         CSocksConfig set;
-        const dxbench::Summary s = TimeRuns(runs, [&] {
+        const dxbench::Summary s = dxbench::TimeRuns(runs, [&] {
             if (set.ReadFromRegistry() != 1 || set.Count() != static_cast<uint32_t>(size) + 1) {
                 throw std::runtime_error("ReadFromRegistry did not read every map");
             }
@@ -252,7 +215,7 @@ void RegistryStoreReads(const dxbench::Flags& flags, dxbench::ResultTable& table
                   "SOCKS family and its default map, 8 values each, through the registry layer; " +
                       dxbench::FormatNs(s.median / (size + 1)) + " per map");
     }
-    table.Add("settings store", "ReadFromRegistry, per map", sizes.size(), Slope(sizes, medians), dxbench::kNoValue,
+    table.Add("settings store", "ReadFromRegistry, per map", sizes.size(), dxbench::Slope(sizes, medians), dxbench::kNoValue,
               "least squares over the sizes (Median column: the slope)");
     // A family key with no values at all: the default map reads dxapps.ini, here missing.
     ClearStore();
@@ -263,7 +226,7 @@ void RegistryStoreReads(const dxbench::Flags& flags, dxbench::ResultTable& table
     }
     RegCloseKey(key);
     CSocksConfig set;
-    const dxbench::Summary s = TimeRuns(runs, [&] {
+    const dxbench::Summary s = dxbench::TimeRuns(runs, [&] {
         if (set.ReadFromRegistry() != 1 || set.Count() != 1) throw std::runtime_error("no default map");
     });
     table.Add("settings store", "ReadFromRegistry, default map from dxapps.ini", s.count, s.median, s.p99,
@@ -319,14 +282,14 @@ void XmlStore(const dxbench::Flags& flags, dxbench::ResultTable& table) {
         SettingsDocument = CreateSettings(nullptr);
         if (socks.WriteToXml() != 1 || http.WriteToXml() != 1) throw std::runtime_error("WriteToXml failed");
         CPXMSettings* both = SettingsDocument;
-        const dxbench::Summary read = TimeRuns(runs, [&] {
+        const dxbench::Summary read = dxbench::TimeRuns(runs, [&] {
             SettingsDocument = both;
             if (socks.ReadFromXml() != 1 || socks.Count() != static_cast<uint32_t>(size + 1)) {
                 throw std::runtime_error("ReadFromXml read another set");
             }
         });
         // Each write into a new document, dropped afterwards.
-        const dxbench::Summary write = TimeRuns(runs, [&] {
+        const dxbench::Summary write = dxbench::TimeRuns(runs, [&] {
             SettingsDocument = CreateSettings(nullptr);
             if (socks.WriteToXml() != 1) throw std::runtime_error("WriteToXml failed");
             delete SettingsDocument;
@@ -366,7 +329,7 @@ void XmlStore(const dxbench::Flags& flags, dxbench::ResultTable& table) {
     }
     const char* names[] = {"ReadFromXml", "WriteToXml", "migration"};
     for (int op = 0; op < 3; ++op) {
-        table.Add("settings store", std::string(names[op]) + ", per map", sizes.size(), Slope(sizes, medians[op]),
+        table.Add("settings store", std::string(names[op]) + ", per map", sizes.size(), dxbench::Slope(sizes, medians[op]),
                   dxbench::kNoValue, "least squares over the sizes (Median column: the slope)");
     }
     ClearStore();

@@ -57,21 +57,29 @@ set(DX_WIN32_settings
 # Proxy maps: the record, the families' sets and the choice of a map for a destination.
 set(DX_PORTABLE_config
   config/config_number.cpp
+  config/determination_copies.cpp
   config/map_rules.cpp
   config/registry_names.cpp)
 set(DX_WIN32_config
   config/config_sets.cpp
+  config/determination.cpp
   config/http_config.cpp
   config/proxy_map.cpp
   config/proxy_map_set.cpp
   config/registry_store.cpp
+  config/shim_detection.cpp
   config/socks_config.cpp
   config/xml_store.cpp)
 
-# The kinds of Windows the dialogs tell apart.
+# The kinds of Windows the dialogs tell apart, the image button and the dialogs' small helpers, the
+# configuration dialogs and what they compute.
 set(DX_PORTABLE_ui
+  ui/combo_height.cpp
+  ui/dialog_text.cpp
   ui/os_kind_rules.cpp)
 set(DX_WIN32_ui
+  ui/config_dialog.cpp
+  ui/image_button.cpp
   ui/os_kind.cpp)
 
 # The SOCKS client.

@@ -8,6 +8,7 @@
 #include "log.h"
 #include "os_kind.h"
 #include "dxsocks_ids.h"
+#include "image_button.h"
 #include "proxy_socket_factory.h"
 #include "proxy_socket_manager.h"
 #include "suite_library.h"
@@ -32,6 +33,7 @@ void ReportPaths(unsigned id) {
 void OnProcessAttach(HMODULE module) {
     g_resourceLibrary.Initialise(module, "DXSOCKS.DLL");
     SetReportFormatSource(LoadReportFormat);
+    RegisterImageButtonClass(module);
     ReportPaths(IDR_ATTACHED);
     GetOsKind();
     if (g_pProxySocketManager == nullptr) g_pProxySocketManager = new CProxySocketManager(MakeProxySocket);
@@ -39,8 +41,9 @@ void OnProcessAttach(HMODULE module) {
 }
 
 // No socket is closed and no hidden thread is touched here: the host owns them.
-void OnProcessDetach(bool processEnding) {
+void OnProcessDetach(HMODULE module, bool processEnding) {
     ReportPaths(IDR_DETACHED);
+    UnregisterImageButtonClass(module);
     delete g_pProxySocketManager;
     g_pProxySocketManager = nullptr;
     DeleteConfigSets();
@@ -57,7 +60,7 @@ extern "C" BOOL WINAPI DllMain(HINSTANCE module, DWORD reason, LPVOID reserved) 
     g_hModule = module;
     try {
         if (reason == DLL_PROCESS_ATTACH) OnProcessAttach(module);
-        if (reason == DLL_PROCESS_DETACH) OnProcessDetach(reserved != nullptr);
+        if (reason == DLL_PROCESS_DETACH) OnProcessDetach(module, reserved != nullptr);
     } catch (...) {
         // Nothing raised here may fail the load.
     }
