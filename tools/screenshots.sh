@@ -56,11 +56,12 @@ write_settings() {  # the count of numbered maps of each family, the SOCKS maps,
   printf '<?xml version="1.0" encoding="UTF-8"?>\r\n<!DOCTYPE Settings>\r\n<Settings version="25..2..0"><Proxies><Proxy type="SOCKS"><Maps count="%s">%s</Maps></Proxy><Proxy type="HTTP"><Maps count="%s">%s</Maps></Proxy></Proxies></Settings>' \
     "$1" "$2" "$1" "$3" >"$settings"
 }
-# One plain map per family opens the simple view; several the full view with its list.
-simple_socks=$(map Default "" "" socks.example.com 1080 alice 5 0 1)
+# One plain map per family opens the simple view (a SOCKS one with port 1080 and user Guest);
+# several open the full view with its list.
+simple_socks=$(map Default "" "" socks.example.com 1080 Guest 4 0 1)
 simple_http=$(map Default "" "" proxy.example.com 8080 alice 4 1 1)
-full_socks="$(map 1 intranet.example.com "" "" "" "" 4 0 0)$(map 2 "*.example.org" 443 socks.example.com 1080 alice 5 0 1)$(map Default "" "" socks.example.com 1080 bob 4 0 1)"
-full_http="$(map 1 intranet.example.com "" "" "" "" 4 0 0)$(map 2 "*.example.org" 443 proxy.example.com 3128 alice 4 1 1)$(map Default "" "" proxy.example.com 8080 "" 4 0 1)"
+full_socks="$(map 1 intranet.example.com "" "" "" "" 4 0 0)$(map 2 git.example.org 443 socks.example.com 1080 alice 5 0 1)$(map Default "" "" socks.example.com 1080 bob 4 0 1)"
+full_http="$(map 1 intranet.example.com "" "" "" "" 4 0 0)$(map 2 git.example.org 443 proxy.example.com 3128 alice 4 1 1)$(map Default "" "" proxy.example.com 8080 "" 4 0 1)"
 
 # Each shot: dxconfig prints the editor's rectangle, the screen is taken, then the file that lets
 # dxconfig press Cancel appears. All in one X session.
