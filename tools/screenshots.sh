@@ -11,15 +11,7 @@ out=${2:-$root/docs/images}
 mkdir -p "$out"
 out=$(cd "$out" && pwd)
 
-missing=()
-for package in xvfb xauth imagemagick; do
-  dpkg-query -W -f='${Status}' "$package" 2>/dev/null | grep -q "install ok installed" || missing+=("$package")
-done
-if ((${#missing[@]})); then
-  echo "Installing: ${missing[*]}"
-  apt-get update -qq
-  DEBIAN_FRONTEND=noninteractive apt-get install -y -qq --no-install-recommends "${missing[@]}" >/dev/null
-fi
+"$root/tools/ensure-packages.sh" xvfb xauth imagemagick
 # ImageMagick's own programs, whatever else stands earlier on the PATH.
 import=/usr/bin/import
 convert=/usr/bin/convert
