@@ -237,7 +237,8 @@ TEST_F(ConfigDialogTest, TheMapDialogTrimsTheUserAndLimitsThePort) {
 }
 
 TEST_F(ConfigDialogTest, VersionSixSelectsNothingAndIsStoredAsThree) {
-    Run("VersionSix", File(Socks("1", Map("1", "a.example", "*", "p.example", "1080", "Guest", "6") + SocksDefault())));
+    Run("VersionSix", File(Socks("1", Map("1", "a.example", "*", "p.example", "1080", "Guest", "6") +
+                                          Map("Default", "*", "*", "d.example", "1080", "Guest", "0"))));
     std::vector<FileMap> maps = FileMaps("SOCKS");
     ASSERT_EQ(maps.size(), 2u);
     EXPECT_EQ(maps[0].values["ProtocolVersion"], "3");
@@ -643,6 +644,17 @@ TEST(ConfigDialogChild, DISABLED_VersionSix) {
         EXPECT_EQ(dxtest::ComboSelection(map, IDC_PROTOCOL_VERSION), -1);
         EXPECT_EQ(SendDlgItemMessageA(map, IDC_PROTOCOL_VERSION, CB_GETCOUNT, 0, 0), 2);
         Press(map, IDOK);
+        ASSERT_TRUE(dxtest::Closes(map));
+        // A version of 0 shows as version 4.
+        dxtest::SelectRow(dialog, 1);
+        Press(dialog, IDC_EDIT);
+        map = dxtest::MapDialog(thread);
+        ASSERT_NE(map, nullptr);
+        EXPECT_EQ(dxtest::ComboSelection(map, IDC_PROTOCOL_VERSION), 0);
+        // The default map's destination is not to be edited.
+        EXPECT_FALSE(Enabled(map, IDC_DESTINATION_ADDRESS));
+        EXPECT_FALSE(Enabled(map, IDC_DESTINATION_PORT));
+        Press(map, IDCANCEL);
         ASSERT_TRUE(dxtest::Closes(map));
         Press(dialog, IDOK);
     });
