@@ -8,10 +8,10 @@
 // The prefix's settings file is saved first and put back at the end.
 // Flags: --maps=1,10,100,1000 the sizes; --runs=N (15) timed determinations of each size;
 // --count=N (200) connects of each kind; --memory-count=N (10000) determinations of each memory case;
-// --bench-env=PATH; --rows=PATH.
+// --hold-suite keeps the suite library loaded for the whole run, as a host that loaded it itself
+// would, so that each read of the settings file finds it there; --bench-env=PATH; --rows=PATH.
 #include <winsock2.h>
 #include <windows.h>
-#include <psapi.h>
 #include <shlobj.h>
 
 #include <cstdio>
@@ -25,6 +25,11 @@
 #include "socks_api.h"
 
 namespace {
+
+// Told after each case's name when the suite library is held.
+std::string g_caseSuffix;
+
+std::string SuitePath();
 
 std::string SettingsPath() {
     char folder[MAX_PATH] = {};
@@ -102,28 +107,23 @@ void Determine(uint16_t echo, uint16_t dantePort) {
     }
 }
 
-template <typename Step>
-dxbench::Summary TimeRuns(int runs, Step step) {
-    std::vector<double> samples;
-    for (int i = 0; i < runs; ++i) {
-        double start = dxbench::NowNs();
-        step();
-        samples.push_back(dxbench::NowNs() - start);
-    }
-    return dxbench::Summarize(samples);
-}
-
-// Least squares of time over maps: the slope, in ns per map.
-double Slope(const std::vector<int>& sizes, const std::vector<double>& times) {
-    double n = static_cast<double>(sizes.size()), sx = 0, sy = 0, sxx = 0, sxy = 0;
-    for (size_t i = 0; i < sizes.size(); ++i) {
-        sx += sizes[i];
-        sy += times[i];
-        sxx += static_cast<double>(sizes[i]) * sizes[i];
-        sxy += sizes[i] * times[i];
-    }
-    double d = n * sxx - sx * sx;
-    return d != 0 ? (n * sxy - sx * sy) / d : dxbench::kNoValue;
+// What each settings file read costs before the file: the suite library beside the program loaded
+// for the file's path and released again.
+void SuiteLibraryForThePath(const dxbench::Flags& flags, dxbench::ResultTable& table) {
+    const int runs = flags.Positive("runs", 15);
+    const std::string path = SuitePath();
+    using SettingsFile = DWORD(WINAPI*)(char*, DWORD);
+    const dxbench::Summary s = dxbench::TimeRuns(runs, [&] {
+        HMODULE suite = LoadLibraryA(path.c_str());
+        if (suite == nullptr) throw std::runtime_error("no KVTSOCK2.DLL beside the program");
+        auto entry = reinterpret_cast<SettingsFile>(
+            reinterpret_cast<void*>(GetProcAddress(suite, "PXMMSIgetGlobalSettingsFile")));
+        char file[MAX_PATH] = {};
+        if (entry != nullptr) entry(file, MAX_PATH);
+        FreeLibrary(suite);
+    });
+    table.Add("determination", "suite library loaded for the file's path and released" + g_caseSuffix, s.count, s.median, s.p99,
+              "what each determination's read of the settings file spends before it looks at the file");
 }
 
 void DeterminationAlone(const dxbench::Flags& flags, const dxbench::BenchFile& bench, const SavedSettings& saved,
@@ -136,17 +136,17 @@ void DeterminationAlone(const dxbench::Flags& flags, const dxbench::BenchFile& b
     for (int size : sizes) {
         WriteFile(saved.Path(), SettingsText(size, dante));
         Determine(echo, dante);  // the first read parses; the timed ones find the file unchanged
-        const dxbench::Summary s = TimeRuns(runs, [&] { Determine(echo, dante); });
+        const dxbench::Summary s = dxbench::TimeRuns(runs, [&] { Determine(echo, dante); });
         medians.push_back(s.median);
         const bool target = size < 1000 || s.median < 20e6;
-        table.Add("determination", "SOCKS_DetermineProxyEx, " + std::to_string(size) + " maps", s.count, s.median,
+        table.Add("determination", "SOCKS_DetermineProxyEx, " + std::to_string(size) + " maps" + g_caseSuffix, s.count, s.median,
                   s.p99,
                   "unchanged file: its document reused, the set rebuilt from it, every map compared; " +
                       dxbench::FormatNs(s.median / (size + 1)) + " per map" +
                       (size == 1000 ? std::string(", target under 20 ms: ") + (target ? "met" : "missed") : ""));
     }
     if (sizes.size() > 1) {
-        table.Add("determination", "SOCKS_DetermineProxyEx, per map", sizes.size(), Slope(sizes, medians),
+        table.Add("determination", "SOCKS_DetermineProxyEx, per map" + g_caseSuffix, sizes.size(), dxbench::Slope(sizes, medians),
                   dxbench::kNoValue,
                   "least squares over the sizes (Median column: the slope): a map read in the one walk of the "
                   "document, and PickProxy's three log lines formatted for it, no callback");
@@ -186,23 +186,27 @@ void ConnectRatio(const dxbench::Flags& flags, const dxbench::BenchFile& bench, 
     const dxbench::Summary n = dxbench::Summarize(named);
     const dxbench::Summary d = dxbench::Summarize(determined);
     const double ratio = d.median / n.median;
-    table.Add("determination", "SOCKS 5 connect, named proxy", n.count, n.median, n.p99,
+    table.Add("determination", "SOCKS 5 connect, named proxy" + g_caseSuffix, n.count, n.median, n.p99,
               "via danted: SOCKS_SetProxyEx, then SOCKS_ConnectEx, and a close");
-    table.Add("determination", "SOCKS 5 connect, determined from 10 maps", d.count, d.median, d.p99,
+    table.Add("determination", "SOCKS 5 connect, determined from 10 maps" + g_caseSuffix, d.count, d.median, d.p99,
               "via danted: SOCKS_ConnectEx on a socket named no proxy, the unchanged file's map; ratio to the "
               "named connect " +
                   dxbench::Fixed(ratio, 3) + " (target at most 1.25: " + (ratio <= 1.25 ? "met" : "missed") + ")");
 }
 
-// The process's private bytes.
+// The process's committed private memory, region by region (Wine leaves the counters of
+// GetProcessMemoryInfo at 0).
 double PrivateBytes() {
-    PROCESS_MEMORY_COUNTERS_EX counters = {};
-    counters.cb = sizeof counters;
-    if (!GetProcessMemoryInfo(GetCurrentProcess(), reinterpret_cast<PROCESS_MEMORY_COUNTERS*>(&counters),
-                              sizeof counters)) {
-        throw std::runtime_error("GetProcessMemoryInfo failed");
+    double total = 0;
+    const char* address = nullptr;
+    MEMORY_BASIC_INFORMATION region;
+    while (VirtualQuery(address, &region, sizeof region) == sizeof region) {
+        if (region.State == MEM_COMMIT && region.Type == MEM_PRIVATE) total += static_cast<double>(region.RegionSize);
+        const char* next = static_cast<const char*>(region.BaseAddress) + region.RegionSize;
+        if (next <= address) break;
+        address = next;
     }
-    return static_cast<double>(counters.PrivateUsage);
+    return total;
 }
 
 void Memory(const dxbench::Flags& flags, const dxbench::BenchFile& bench, const SavedSettings& saved,
@@ -216,7 +220,7 @@ void Memory(const dxbench::Flags& flags, const dxbench::BenchFile& bench, const 
     double before = PrivateBytes();
     for (int i = 0; i < count; ++i) Determine(echo, dante);
     double grown = PrivateBytes() - before;
-    table.Add("determination", "memory kept, unchanged file of 10 maps", static_cast<size_t>(count),
+    table.Add("determination", "memory kept, unchanged file of 10 maps" + g_caseSuffix, static_cast<size_t>(count),
               dxbench::kNoValue, dxbench::kNoValue,
               "private bytes grew by " + dxbench::Fixed(grown / 1024, 1) + " KiB, " + dxbench::Fixed(grown / count, 1) +
                   " bytes per determination: the document is reused");
@@ -227,10 +231,18 @@ void Memory(const dxbench::Flags& flags, const dxbench::BenchFile& bench, const 
         Determine(echo, dante);
     }
     grown = PrivateBytes() - before;
-    table.Add("determination", "memory kept, file of 10 maps rewritten each time", static_cast<size_t>(count),
+    table.Add("determination", "memory kept, file of 10 maps rewritten each time" + g_caseSuffix, static_cast<size_t>(count),
               dxbench::kNoValue, dxbench::kNoValue,
               "private bytes grew by " + dxbench::Fixed(grown / 1024, 1) + " KiB, " + dxbench::Fixed(grown / count, 1) +
                   " bytes per determination: each read's document is never released");
+}
+
+// The suite library beside the program.
+std::string SuitePath() {
+    char program[MAX_PATH] = {};
+    GetModuleFileNameA(nullptr, program, MAX_PATH);
+    std::string path = program;
+    return path.substr(0, path.rfind('\\') + 1) + "KVTSOCK2.DLL";
 }
 
 }  // namespace
@@ -238,15 +250,23 @@ void Memory(const dxbench::Flags& flags, const dxbench::BenchFile& bench, const 
 int main(int argc, char** argv) {
     try {
         dxbench::Flags flags(argc, argv);
+        HMODULE held = nullptr;
+        if (flags.Has("hold-suite")) {
+            held = LoadLibraryA(SuitePath().c_str());
+            if (held == nullptr) throw std::runtime_error("no KVTSOCK2.DLL beside the program");
+            g_caseSuffix = " (suite library held)";
+        }
         dxbench::BenchFile bench(flags);
         dxbench::ResultTable table(flags);
         dxbench::Winsock winsock;
         {
             SavedSettings saved;
+            SuiteLibraryForThePath(flags, table);
             DeterminationAlone(flags, bench, saved, table);
             ConnectRatio(flags, bench, saved, table);
             Memory(flags, bench, saved, table);
         }
+        if (held != nullptr) FreeLibrary(held);
         return table.Print() ? 0 : 1;
     } catch (const std::exception& e) {
         std::fprintf(stderr, "bench_determination: %s\n", e.what());

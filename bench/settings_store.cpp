@@ -49,17 +49,6 @@ std::string SettingsText(int count) {
     return text + "</Maps></SOCKS></Settings>";
 }
 
-template <typename Step>
-dxbench::Summary TimeRuns(int runs, Step step) {
-    std::vector<double> samples;
-    for (int i = 0; i < runs; ++i) {
-        double start = dxbench::NowNs();
-        step();
-        samples.push_back(dxbench::NowNs() - start);
-    }
-    return dxbench::Summarize(samples);
-}
-
 template <typename Read>
 dxbench::Summary TimeReads(int batchMs, int batches, Read read) {
     auto batch = [&](long reads) {
@@ -68,19 +57,6 @@ dxbench::Summary TimeReads(int batchMs, int batches, Read read) {
         return dxbench::NowNs() - start;
     };
     return dxbench::Summarize(dxbench::BatchMeans(batch, 16, size_t{1} << 24, batchMs, batches));
-}
-
-// Least squares of time over maps: the slope, in ns per map.
-double Slope(const std::vector<int>& sizes, const std::vector<double>& times) {
-    double n = static_cast<double>(sizes.size()), sx = 0, sy = 0, sxx = 0, sxy = 0;
-    for (size_t i = 0; i < sizes.size(); ++i) {
-        sx += sizes[i];
-        sy += times[i];
-        sxx += static_cast<double>(sizes[i]) * sizes[i];
-        sxy += sizes[i] * times[i];
-    }
-    double d = n * sxx - sx * sx;
-    return d != 0 ? (n * sxy - sx * sy) / d : dxbench::kNoValue;
 }
 
 void FilesAndDocuments(const dxbench::Flags& flags, dxbench::ResultTable& table) {
@@ -95,16 +71,16 @@ void FilesAndDocuments(const dxbench::Flags& flags, dxbench::ResultTable& table)
         if (document == nullptr) throw std::runtime_error("a generated settings text did not parse");
         std::wstring xml;
         document->GetXml(xml);
-        const dxbench::Summary parse = TimeRuns(runs, [&] { delete CreateSettings(text.c_str()); });
-        const dxbench::Summary give = TimeRuns(runs, [&] {
+        const dxbench::Summary parse = dxbench::TimeRuns(runs, [&] { delete CreateSettings(text.c_str()); });
+        const dxbench::Summary give = dxbench::TimeRuns(runs, [&] {
             std::wstring again;
             document->GetXml(again);
         });
-        const dxbench::Summary write = TimeRuns(runs, [&] {
+        const dxbench::Summary write = dxbench::TimeRuns(runs, [&] {
             if (WriteSettingsFile(xml) != 1) throw std::runtime_error("the settings file could not be written");
         });
         // Each read replaces the process's document and keeps the former one, as the library does.
-        const dxbench::Summary read = TimeRuns(runs, [&] {
+        const dxbench::Summary read = dxbench::TimeRuns(runs, [&] {
             if (ReadSettingsDocument() != 1) throw std::runtime_error("the settings file could not be read");
         });
         delete document;
@@ -124,7 +100,7 @@ void FilesAndDocuments(const dxbench::Flags& flags, dxbench::ResultTable& table)
     }
     for (int op = 0; op < 4; ++op) {
         table.Add("settings store", std::string(operations[op]) + ", per map", sizes.size(),
-                  Slope(sizes, medians[op]), dxbench::kNoValue,
+                  dxbench::Slope(sizes, medians[op]), dxbench::kNoValue,
                   "least squares over the sizes (Median column: the slope)");
     }
 }
@@ -229,7 +205,7 @@ void RegistryStoreReads(const dxbench::Flags& flags, dxbench::ResultTable& table
         const DWORD count = static_cast<DWORD>(size);
         PutRegistryValue(family, "Count", REG_DWORD, &count, sizeof count);
         CSocksConfig set;
-        const dxbench::Summary s = TimeRuns(runs, [&] {
+        const dxbench::Summary s = dxbench::TimeRuns(runs, [&] {
             if (set.ReadFromRegistry() != 1 || set.Count() != static_cast<uint32_t>(size) + 1) {
                 throw std::runtime_error("ReadFromRegistry did not read every map");
             }
@@ -239,7 +215,7 @@ void RegistryStoreReads(const dxbench::Flags& flags, dxbench::ResultTable& table
                   "SOCKS family and its default map, 8 values each, through the registry layer; " +
                       dxbench::FormatNs(s.median / (size + 1)) + " per map");
     }
-    table.Add("settings store", "ReadFromRegistry, per map", sizes.size(), Slope(sizes, medians), dxbench::kNoValue,
+    table.Add("settings store", "ReadFromRegistry, per map", sizes.size(), dxbench::Slope(sizes, medians), dxbench::kNoValue,
               "least squares over the sizes (Median column: the slope)");
     // A family key with no values at all: the default map reads dxapps.ini, here missing.
     ClearStore();
@@ -250,7 +226,7 @@ void RegistryStoreReads(const dxbench::Flags& flags, dxbench::ResultTable& table
     }
     RegCloseKey(key);
     CSocksConfig set;
-    const dxbench::Summary s = TimeRuns(runs, [&] {
+    const dxbench::Summary s = dxbench::TimeRuns(runs, [&] {
         if (set.ReadFromRegistry() != 1 || set.Count() != 1) throw std::runtime_error("no default map");
     });
     table.Add("settings store", "ReadFromRegistry, default map from dxapps.ini", s.count, s.median, s.p99,
@@ -306,14 +282,14 @@ void XmlStore(const dxbench::Flags& flags, dxbench::ResultTable& table) {
         SettingsDocument = CreateSettings(nullptr);
         if (socks.WriteToXml() != 1 || http.WriteToXml() != 1) throw std::runtime_error("WriteToXml failed");
         CPXMSettings* both = SettingsDocument;
-        const dxbench::Summary read = TimeRuns(runs, [&] {
+        const dxbench::Summary read = dxbench::TimeRuns(runs, [&] {
             SettingsDocument = both;
             if (socks.ReadFromXml() != 1 || socks.Count() != static_cast<uint32_t>(size + 1)) {
                 throw std::runtime_error("ReadFromXml read another set");
             }
         });
         // Each write into a new document, dropped afterwards.
-        const dxbench::Summary write = TimeRuns(runs, [&] {
+        const dxbench::Summary write = dxbench::TimeRuns(runs, [&] {
             SettingsDocument = CreateSettings(nullptr);
             if (socks.WriteToXml() != 1) throw std::runtime_error("WriteToXml failed");
             delete SettingsDocument;
@@ -353,7 +329,7 @@ void XmlStore(const dxbench::Flags& flags, dxbench::ResultTable& table) {
     }
     const char* names[] = {"ReadFromXml", "WriteToXml", "migration"};
     for (int op = 0; op < 3; ++op) {
-        table.Add("settings store", std::string(names[op]) + ", per map", sizes.size(), Slope(sizes, medians[op]),
+        table.Add("settings store", std::string(names[op]) + ", per map", sizes.size(), dxbench::Slope(sizes, medians[op]),
                   dxbench::kNoValue, "least squares over the sizes (Median column: the slope)");
     }
     ClearStore();

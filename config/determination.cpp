@@ -149,7 +149,7 @@ int DetermineProxyEx(const DeterminationFamily& family, const char* host, unsign
     }
     CProxyMap* map = family.pickProxy(host, port);
 
-    // The spec forbids a null family or HTTP flag; they go to locals here rather than crash.
+    // A null family or HTTP flag, which a host must not pass, goes to a local rather than crash.
     unsigned localExtra = 0;
     int localFamily = 0;
     if (family.basicFlag && extra == nullptr) extra = &localExtra;

@@ -225,4 +225,16 @@ void ClearSettingsStore() {
     RegDeleteKeyA(HKEY_USERS, ".Default\\Software\\Verdane");
 }
 
+double Slope(const std::vector<int>& sizes, const std::vector<double>& times) {
+    double n = static_cast<double>(sizes.size()), sx = 0, sy = 0, sxx = 0, sxy = 0;
+    for (size_t i = 0; i < sizes.size(); ++i) {
+        sx += sizes[i];
+        sy += times[i];
+        sxx += static_cast<double>(sizes[i]) * sizes[i];
+        sxy += sizes[i] * times[i];
+    }
+    double d = n * sxx - sx * sx;
+    return d != 0 ? (n * sxy - sx * sy) / d : kNoValue;
+}
+
 }  // namespace dxbench

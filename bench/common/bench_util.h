@@ -62,6 +62,22 @@ Summary Summarize(std::vector<double> samples);
 std::vector<double> BatchMeans(const std::function<double(size_t)>& batch, size_t first, size_t limit, int batchMs,
                                int batches);
 
+// Order statistics of `runs` timed calls of `step`, one sample each.
+template <typename Step>
+Summary TimeRuns(int runs, Step step) {
+    std::vector<double> samples;
+    for (int i = 0; i < runs; ++i) {
+        double start = NowNs();
+        step();
+        samples.push_back(NowNs() - start);
+    }
+    return Summarize(samples);
+}
+
+// Least squares of times over sizes: the slope, in ns per unit of size; kNoValue for fewer than two
+// distinct sizes.
+double Slope(const std::vector<int>& sizes, const std::vector<double>& times);
+
 // A table cell without a figure (printed as "-").
 constexpr double kNoValue = __builtin_nan("");
 
