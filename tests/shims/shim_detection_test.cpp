@@ -159,14 +159,9 @@ TEST_F(ShimDetectionTest, AHostCallingDirectlyIsWarnedEachTime) {
 TEST_F(ShimDetectionTest, WarnZeroShowsNothingAndLeavesTheActiveWindow) {
     ShimWindow shim(ShimWindow::kByClass, "Firewalker");
     ASSERT_TRUE(shim.Running());
-    dxtest::TestWindow host;
-    HWND top = host.Handle();
-    ASSERT_NE(top, nullptr);
-    dxtest::TestWindow owned(top);
-    HWND popup = owned.Handle();
-    ASSERT_NE(popup, nullptr);
-    SetActiveWindow(popup);
-    ASSERT_EQ(GetActiveWindow(), popup);
+    dxtest::ActivePopup windows;
+    HWND popup = windows.Popup();
+    ASSERT_TRUE(windows.Active());
     std::vector<BoxRecord> boxes;
     EXPECT_EQ(DetectWatched(SOCKS_DetectShims, 0, nullptr, &boxes), 1);
     EXPECT_EQ(DetectWatched(HTTP_DetectShims, 0, nullptr, &boxes), 1);
@@ -177,14 +172,10 @@ TEST_F(ShimDetectionTest, WarnZeroShowsNothingAndLeavesTheActiveWindow) {
 TEST_F(ShimDetectionTest, WithoutAnOwnerTheBoxStandsOverTheTopOfTheActiveWindowWhichIsActiveAfter) {
     ShimWindow shim(ShimWindow::kByClass, "Firewalker");
     ASSERT_TRUE(shim.Running());
-    dxtest::TestWindow host;
-    HWND top = host.Handle();
-    ASSERT_NE(top, nullptr);
-    dxtest::TestWindow owned(top);
-    HWND popup = owned.Handle();
-    ASSERT_NE(popup, nullptr);
-    SetActiveWindow(popup);
-    ASSERT_EQ(GetActiveWindow(), popup);
+    dxtest::ActivePopup windows;
+    HWND top = windows.Top();
+    HWND popup = windows.Popup();
+    ASSERT_TRUE(windows.Active());
     ASSERT_EQ(GetParent(popup), top);
     std::vector<BoxRecord> boxes;
     EXPECT_EQ(DetectWatched(SOCKS_DetectShims, 1, nullptr, &boxes), 1);

@@ -78,4 +78,19 @@ private:
     HWND window_ = nullptr;
 };
 
+// A top-level window with a popup it owns, the popup made the thread's active window.
+class ActivePopup {
+public:
+    ActivePopup() : popup_(top_.Handle()) {
+        if (Popup() != nullptr) SetActiveWindow(Popup());
+    }
+    HWND Top() const { return top_.Handle(); }
+    HWND Popup() const { return popup_.Handle(); }
+    bool Active() const { return Top() != nullptr && Popup() != nullptr && GetActiveWindow() == Popup(); }
+
+private:
+    TestWindow top_;
+    TestWindow popup_;
+};
+
 }  // namespace dxtest
