@@ -14,7 +14,6 @@
 // settings file store's sizes; --rows=PATH.
 #include <winsock2.h>
 #include <windows.h>
-#include <shlobj.h>
 
 #include <cstdio>
 #include <stdexcept>
@@ -34,20 +33,8 @@ namespace {
 
 const char kMapsPath[] = "Network Protocols\\SOCKS";
 
-std::string SettingsPath() {
-    char folder[MAX_PATH] = {};
-    if (FAILED(SHGetFolderPathA(nullptr, CSIDL_APPDATA, nullptr, SHGFP_TYPE_CURRENT, folder))) return "";
-    return std::string(folder) + "\\Zelmont\\Verdane\\Settings.xml";
-}
-
-void ClearStore() {
-    const std::string file = SettingsPath();
-    if (!file.empty()) DeleteFileA(file.c_str());
-    RegDeleteTreeA(HKEY_CURRENT_USER, "Software\\Verdane");
-    RegDeleteKeyA(HKEY_CURRENT_USER, "Software\\Verdane");
-    RegDeleteTreeA(HKEY_USERS, ".Default\\Software\\Verdane");
-    RegDeleteKeyA(HKEY_USERS, ".Default\\Software\\Verdane");
-}
+using dxbench::SettingsPath;
+void ClearStore() { dxbench::ClearSettingsStore(); }
 
 // A settings text of `count` SOCKS maps and the default map, as the store writes them.
 std::string SettingsText(int count) {

@@ -18,6 +18,11 @@ for windows in win2k winxp vista win10; do
   wine reg add "HKCU\\Software\\Wine\\AppDefaults\\dxsocks_ui_tests_$windows.exe" /v Version /d $windows /f \
     >/dev/null 2>&1
 done
+# Copies of the configuration dialogs' tests, the same way.
+for windows in win2k winxp vista win10; do
+  wine reg add "HKCU\\Software\\Wine\\AppDefaults\\dxdialog_tests_$windows.exe" /v Version /d $windows /f \
+    >/dev/null 2>&1
+done
 if [ "$heap_check" = --heap-check ]; then
   wine reg add 'HKLM\System\CurrentControlSet\Control\Session Manager' /v GlobalFlag /t REG_DWORD /d 0x70 /f \
     >/dev/null 2>&1

@@ -68,11 +68,14 @@ set(DX_WIN32_config
   config/socks_config.cpp
   config/xml_store.cpp)
 
-# The kinds of Windows the dialogs tell apart, the image button and the dialogs' small helpers.
+# The kinds of Windows the dialogs tell apart, the image button and the dialogs' small helpers, the
+# configuration dialogs and what they compute.
 set(DX_PORTABLE_ui
   ui/combo_height.cpp
+  ui/dialog_text.cpp
   ui/os_kind_rules.cpp)
 set(DX_WIN32_ui
+  ui/config_dialog.cpp
   ui/image_button.cpp
   ui/os_kind.cpp)
 

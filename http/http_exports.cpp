@@ -1,4 +1,5 @@
 // HTTP_* exports, in ordinal order.
+#include "config_dialog.h"
 #include "export_frame.h"
 #include "http_api.h"
 #include "http_socket.h"
@@ -22,7 +23,7 @@ const AnyFunction kHttpDispatchTable[31] = {
     Slot(HTTP_accept),     Slot(HTTP_bind),        Slot(HTTP_closesocket), Slot(HTTP_connect),
     Slot(HTTP_getsockname), Slot(HTTP_ioctlsocket), Slot(HTTP_listen),      Slot(HTTP_select),
     Slot(HTTP_WSAAsyncSelect), Slot(HTTP_Cleanup),  Slot(HTTP_LogString),
-    nullptr,  // HTTP_ConfigurationDialog
+    Slot(HTTP_ConfigurationDialog),
     Slot(HTTP_SetProxy),
     nullptr,  // HTTP_DetermineProxy
     nullptr,  // HTTP_DetectShims
@@ -34,7 +35,7 @@ const AnyFunction kHttpDispatchTable[31] = {
     nullptr,  // HTTP_DetermineProxyEx
     nullptr,  // HTTP_UseAddressFamily
     Slot(HTTP_SetXMLConfig), Slot(HTTP_GetXMLConfig),
-    nullptr,  // HTTP_ShowXMLConfigDlg
+    Slot(HTTP_ShowXMLConfigDlg),
     Slot(HTTP_CleanupSocket),
     Slot(HTTP_ConnectTimeout),
     Slot(HTTP_SetParentHWND),
@@ -144,6 +145,10 @@ void HTTP_SetPasswordCallback(void* context, DXSOCKS_PASSWORD_CALLBACK callback)
     g_pfnHttpPassword = callback;
 }
 
+int HTTP_ConfigurationDialog(HWND owner) {
+    return ConfigurationDialogExport("HTTP_ConfigurationDialog", ConfigFamily::kHttp, owner);
+}
+
 int HTTP_SetProxy(SOCKET s, const sockaddr_in* proxy, int length, const char* user, unsigned int authenticate) {
     ExportLog log("HTTP_SetProxy", s);
     SharedUse<CHttpSocket> object = FindOrAddHttpSocket(s);
@@ -172,6 +177,10 @@ unsigned int HTTP_GetConnectError(SOCKET s) { return ReadConnectError("HTTP_GetC
 int HTTP_SetXMLConfig(const char* text) { return SetXmlConfigExport("HTTP_SetXMLConfig", kXmlRegistryHttp, text); }
 
 const char* HTTP_GetXMLConfig() { return GetXmlConfigExport("HTTP_GetXMLConfig"); }
+
+const char* HTTP_ShowXMLConfigDlg(HWND owner) {
+    return ShowXmlConfigDialogExport("HTTP_ShowXMLConfigDlg", ConfigFamily::kHttp, owner);
+}
 
 void HTTP_CleanupSocket(SOCKET s) { CleanupManagedSocket("HTTP_CleanupSocket", s); }
 

@@ -71,6 +71,9 @@ DXSOCKS_API int HTTP_Startup(void *table, int size);
  */
 DXSOCKS_API int HTTP_Cleanup(void);
 
+/* The modal editor of the HTTP proxy maps: as SOCKS_ConfigurationDialog. */
+DXSOCKS_API int HTTP_ConfigurationDialog(HWND owner);
+
 /*
  * Names the HTTP proxy for s: proxy null or with address 0 means no proxy. Only length bytes of
  * proxy are read, those beyond count as zero: a record of fewer than 8 bytes names no proxy. user
@@ -121,6 +124,9 @@ DXSOCKS_API int HTTP_SetXMLConfig(const char *text);
 
 /* The same as SOCKS_GetXMLConfig. */
 DXSOCKS_API const char *HTTP_GetXMLConfig(void);
+
+/* The HTTP editor over an empty in-memory registry of its own: as SOCKS_ShowXMLConfigDlg. */
+DXSOCKS_API const char *HTTP_ShowXMLConfigDlg(HWND owner);
 
 /* Forgets the library's state for s; does not close s. As SOCKS_CleanupSocket, from any thread. */
 DXSOCKS_API void HTTP_CleanupSocket(SOCKET s);

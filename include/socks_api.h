@@ -112,6 +112,14 @@ DXSOCKS_API int SOCKS_ConnectEx(SOCKET s, const char *host, unsigned int port, H
 DXSOCKS_API int SOCKS_connect(SOCKET s, const struct sockaddr *name, int namelen);
 
 /*
+ * The modal editor of the SOCKS proxy maps over owner (unowned when owner is no window). OK writes
+ * the settings file, Cancel drops the edits. Returns 1 when the user pressed OK (also when the file
+ * could not be written), else 0: Cancel, no dialog (no resource library with its template), or a
+ * SOCKS editor already open in any program, which is told in a message box.
+ */
+DXSOCKS_API int SOCKS_ConfigurationDialog(HWND owner);
+
+/*
  * Names the SOCKS 4 proxy for s. proxy may be null or hold address 0: then s gets no proxy and
  * will connect to the destination itself. Only length bytes of proxy are read, those beyond count
  * as zero: a record of fewer than 8 bytes names no proxy. userId (the SOCKS 4 user id, the SOCKS 5 user name)
@@ -159,6 +167,14 @@ DXSOCKS_API int SOCKS_SetXMLConfig(const char *text);
  * next SOCKS_GetXMLConfig or HTTP_GetXMLConfig or SetXMLConfig call; null when none is set.
  */
 DXSOCKS_API const char *SOCKS_GetXMLConfig(void);
+
+/*
+ * The same editor as SOCKS_ConfigurationDialog, with every configuration read of the process bound
+ * for good to a new, empty in-memory registry (as SOCKS_SetXMLConfig(NULL)). Returns that registry's
+ * XML text, as SOCKS_GetXMLConfig does, when the user pressed OK; null on Cancel, with another
+ * editor open, or without the suite library.
+ */
+DXSOCKS_API const char *SOCKS_ShowXMLConfigDlg(HWND owner);
 
 /*
  * Forgets the library's state for s (after a close in mid-handshake, say); does not close s. May be

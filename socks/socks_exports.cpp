@@ -1,6 +1,7 @@
 // SOCKS_* exports, in ordinal order.
 #include <cstring>
 
+#include "config_dialog.h"
 #include "export_frame.h"
 #include "lifecycle.h"
 #include "log.h"
@@ -30,7 +31,7 @@ const AnyFunction kSocksDispatchTable[33] = {
     Slot(SOCKS_accept),     Slot(SOCKS_bind),          Slot(SOCKS_closesocket),        Slot(SOCKS_connect),
     Slot(SOCKS_getsockname), Slot(SOCKS_ioctlsocket),  Slot(SOCKS_listen),             Slot(SOCKS_select),
     Slot(SOCKS_WSAAsyncSelect), Slot(SOCKS_Cleanup),   Slot(SOCKS_LogString),
-    nullptr,  // SOCKS_ConfigurationDialog
+    Slot(SOCKS_ConfigurationDialog),
     Slot(SOCKS_SetProxy),
     nullptr,  // SOCKS_DetermineProxy
     nullptr,  // SOCKS_DetectShims
@@ -42,7 +43,7 @@ const AnyFunction kSocksDispatchTable[33] = {
     nullptr,  // SOCKS_DetermineProxyEx
     nullptr,  // SOCKS_UseAddressFamily
     Slot(SOCKS_SetXMLConfig), Slot(SOCKS_GetXMLConfig),
-    nullptr,  // SOCKS_ShowXMLConfigDlg
+    Slot(SOCKS_ShowXMLConfigDlg),
     Slot(SOCKS_CleanupSocket), Slot(SOCKS_SetProxyEx),
     Slot(SOCKS_ConnectTimeout),
     Slot(SOCKS_SetParentHWND),
@@ -214,6 +215,10 @@ int SOCKS_Cleanup(void) {
     return 1;
 }
 
+int SOCKS_ConfigurationDialog(HWND owner) {
+    return ConfigurationDialogExport("SOCKS_ConfigurationDialog", ConfigFamily::kSocks, owner);
+}
+
 int SOCKS_SetProxy(SOCKET s, const sockaddr_in* proxy, int length, const char* userId) {
     return SOCKS_SetProxyEx(s, proxy, length, userId, 4);
 }
@@ -244,6 +249,10 @@ unsigned int SOCKS_GetConnectError(SOCKET s) { return ReadConnectError("SOCKS_Ge
 int SOCKS_SetXMLConfig(const char* text) { return SetXmlConfigExport("SOCKS_SetXMLConfig", kXmlRegistrySocks, text); }
 
 const char* SOCKS_GetXMLConfig() { return GetXmlConfigExport("SOCKS_GetXMLConfig"); }
+
+const char* SOCKS_ShowXMLConfigDlg(HWND owner) {
+    return ShowXmlConfigDialogExport("SOCKS_ShowXMLConfigDlg", ConfigFamily::kSocks, owner);
+}
 
 void SOCKS_CleanupSocket(SOCKET s) { CleanupManagedSocket("SOCKS_CleanupSocket", s, DropSocksIdentity); }
 

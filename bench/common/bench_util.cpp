@@ -1,5 +1,7 @@
 #include "bench_util.h"
 
+#include <shlobj.h>
+
 #include <climits>
 
 #include <algorithm>
@@ -206,6 +208,21 @@ bool ReceiveExactly(SOCKET s, void* buffer, int count) {
         count -= received;
     }
     return true;
+}
+
+std::string SettingsPath() {
+    char folder[MAX_PATH] = {};
+    if (FAILED(SHGetFolderPathA(nullptr, CSIDL_APPDATA, nullptr, SHGFP_TYPE_CURRENT, folder))) return "";
+    return std::string(folder) + "\\Zelmont\\Verdane\\Settings.xml";
+}
+
+void ClearSettingsStore() {
+    const std::string file = SettingsPath();
+    if (!file.empty()) DeleteFileA(file.c_str());
+    RegDeleteTreeA(HKEY_CURRENT_USER, "Software\\Verdane");
+    RegDeleteKeyA(HKEY_CURRENT_USER, "Software\\Verdane");
+    RegDeleteTreeA(HKEY_USERS, ".Default\\Software\\Verdane");
+    RegDeleteKeyA(HKEY_USERS, ".Default\\Software\\Verdane");
 }
 
 }  // namespace dxbench

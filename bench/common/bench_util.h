@@ -92,6 +92,11 @@ private:
     std::vector<Row> rows_;
 };
 
+// The settings file our suite library names: <per-user application data>\Zelmont\Verdane\Settings.xml.
+std::string SettingsPath();
+// The settings file and Software\Verdane of the user's hive and of HKEY_USERS\.Default removed.
+void ClearSettingsStore();
+
 // Starts WinSock 2.2 for the program's life; throws on failure.
 class Winsock {
 public:

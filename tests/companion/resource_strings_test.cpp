@@ -1,11 +1,13 @@
 // DXSOCKS_0409.DLL: every string that DXSOCKS.DLL loads is there, fits the buffer it is loaded into,
-// and every report format takes exactly the arguments that the library passes.
+// and every report format takes exactly the arguments that the library passes; the configuration
+// dialogs' templates hold the controls the library drives, laid out as its views need them.
 #include <gtest/gtest.h>
 
 #include <cctype>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <map>
 #include <string>
 #include <vector>
 
@@ -177,6 +179,193 @@ TEST_F(ResourceStringsTest, NoStringOutsideTheKnownIds) {
     // Spot checks between the ranges: an id the library never asks for is not there.
     for (UINT id : {0u, 6u, 99u, 303u, 506u, 550u, 553u, 1000u, 1004u, 1007u, 2007u}) {
         EXPECT_FALSE(Has(id)) << id;
+    }
+}
+
+// One control of a dialog template: class (a name, or "#<atom>" for a predefined one), style and box
+// in dialog units.
+struct TemplateControl {
+    std::string className;
+    DWORD style;
+    int x, y, cx, cy;
+    int Bottom() const { return y + cy; }
+};
+
+struct DialogTemplate {
+    bool found = false;
+    DWORD style = 0;
+    int cy = 0;
+    std::map<int, TemplateControl> controls;  // by id; the unnamed labels (-1) are not kept
+};
+
+// Reads an extended dialog template (DLGTEMPLATEEX) word by word, within its resource's size.
+class TemplateReader {
+public:
+    TemplateReader(const BYTE* data, size_t size) : data(data), size(size) {}
+    bool ok() const { return good; }
+    WORD Word() {
+        WORD value = 0;
+        if (offset + 2 > size) {
+            good = false;
+            return 0;
+        }
+        std::memcpy(&value, data + offset, 2);
+        offset += 2;
+        return value;
+    }
+    DWORD Dword() {
+        DWORD low = Word();
+        return low | (static_cast<DWORD>(Word()) << 16);
+    }
+    // A name or an ordinal: none, 0xFFFF and a number ("#n"), or a terminated wide text.
+    std::string NameOrOrdinal() {
+        WORD first = Word();
+        if (first == 0) return "";
+        if (first == 0xFFFF) return "#" + std::to_string(Word());
+        std::string text(1, static_cast<char>(first));
+        for (WORD c = Word(); good && c != 0; c = Word()) text += static_cast<char>(c);
+        return text;
+    }
+    void AlignDword() { offset = (offset + 3) & ~static_cast<size_t>(3); }
+    void Skip(size_t bytes) { offset += bytes; }
+
+private:
+    const BYTE* data;
+    size_t size;
+    size_t offset = 0;
+    bool good = true;
+};
+
+DialogTemplate ReadTemplate(HMODULE module, int id) {
+    DialogTemplate result;
+    HRSRC resource = FindResourceA(module, MAKEINTRESOURCEA(id), MAKEINTRESOURCEA(5));
+    if (resource == nullptr) return result;
+    const auto* data = static_cast<const BYTE*>(LockResource(LoadResource(module, resource)));
+    TemplateReader reader(data, SizeofResource(module, resource));
+    if (reader.Word() != 1 || reader.Word() != 0xFFFF) return result;
+    reader.Dword();  // help id
+    reader.Dword();  // extended style
+    result.style = reader.Dword();
+    const WORD count = reader.Word();
+    reader.Word();
+    reader.Word();
+    reader.Word();
+    result.cy = static_cast<short>(reader.Word());
+    reader.NameOrOrdinal();  // menu
+    reader.NameOrOrdinal();  // class
+    reader.NameOrOrdinal();  // title
+    if (result.style & DS_SETFONT) {
+        reader.Word();
+        reader.Word();
+        reader.Word();
+        reader.NameOrOrdinal();
+    }
+    for (WORD i = 0; i < count && reader.ok(); ++i) {
+        reader.AlignDword();
+        reader.Dword();  // help id
+        reader.Dword();  // extended style
+        TemplateControl control = {};
+        control.style = reader.Dword();
+        control.x = static_cast<short>(reader.Word());
+        control.y = static_cast<short>(reader.Word());
+        control.cx = static_cast<short>(reader.Word());
+        control.cy = static_cast<short>(reader.Word());
+        const int controlId = static_cast<int>(reader.Dword());
+        control.className = reader.NameOrOrdinal();
+        reader.NameOrOrdinal();  // text
+        reader.Skip(reader.Word());
+        if (controlId != -1 && controlId != 0xFFFF) result.controls[controlId] = control;
+    }
+    result.found = reader.ok();
+    return result;
+}
+
+constexpr char kButtonAtom[] = "#128";
+constexpr char kEditAtom[] = "#129";
+constexpr char kComboAtom[] = "#133";
+
+struct TemplateCase {
+    int id;
+    bool main;
+    bool socks;
+};
+const TemplateCase kTemplates[] = {{102, true, true}, {103, false, true}, {104, true, false}, {105, false, false}};
+
+TEST_F(ResourceStringsTest, EachDialogTemplateHoldsItsFamilysControls) {
+    for (const TemplateCase& t : kTemplates) {
+        SCOPED_TRACE(t.id);
+        DialogTemplate dialog = ReadTemplate(module, t.id);
+        ASSERT_TRUE(dialog.found);
+        EXPECT_NE(dialog.style & DS_CONTEXTHELP, 0u);
+        std::vector<int> ids = {IDOK, IDCANCEL, 1028, 1029};
+        if (t.main) {
+            for (int id : {1012, 1013, 1014, 1016, 1026, 1027, 1033, 1034, 1038}) ids.push_back(id);
+        } else {
+            for (int id : {1004, 1005, 1008, 1021, 1022, 1031, 1033, 1035, 1036}) ids.push_back(id);
+        }
+        if (t.socks) {
+            for (int id : {1041, 1043}) ids.push_back(id);
+            if (t.main) {
+                for (int id : {1037, 1039, 1040}) ids.push_back(id);
+            }
+        } else {
+            for (int id : {1021, 1022, 1035, 1036, 1049}) ids.push_back(id);
+            if (t.main) {
+                for (int id : {1045, 1046, 1047}) ids.push_back(id);
+            }
+        }
+        for (int id : ids) EXPECT_EQ(dialog.controls.count(id), 1u) << id;
+        if (!t.socks) {
+            EXPECT_EQ(dialog.controls.count(1043), 0u);
+            EXPECT_EQ(dialog.controls.count(1041), 0u);
+        }
+        EXPECT_EQ(dialog.controls[1028].className, kButtonAtom);
+        EXPECT_EQ(dialog.controls[1029].className, kEditAtom);
+        if (dialog.controls.count(1043) != 0) {
+            EXPECT_EQ(dialog.controls[1043].className, kComboAtom);
+            EXPECT_EQ(dialog.controls[1043].style & 0xF, static_cast<DWORD>(CBS_DROPDOWNLIST));
+        }
+        if (dialog.controls.count(1021) != 0) EXPECT_EQ(dialog.controls[1021].style & ES_NUMBER, 0u);
+        if (!t.main) {
+            EXPECT_EQ(dialog.controls[1005].className, kComboAtom);
+            EXPECT_EQ(dialog.controls[1005].style & 0xF, static_cast<DWORD>(CBS_DROPDOWN));
+        }
+    }
+}
+
+TEST_F(ResourceStringsTest, TheMainTemplatesCutBelowTheSwitchAndEndAtTheLine) {
+    for (int id : {102, 104}) {
+        SCOPED_TRACE(id);
+        DialogTemplate dialog = ReadTemplate(module, id);
+        ASSERT_TRUE(dialog.found);
+        const int cut = dialog.controls[1028].Bottom();
+        // The simple view's fields, OK and Cancel above the cut; the list and its buttons below.
+        for (int above : {IDOK, IDCANCEL, 1029, 1033, 1034}) EXPECT_LE(dialog.controls[above].Bottom(), cut) << above;
+        for (int below : {1012, 1013, 1014, 1016, 1026, 1027}) EXPECT_GT(dialog.controls[below].y, cut) << below;
+        // The line is the lowest control and stands near the lower edge.
+        const TemplateControl& line = dialog.controls[1038];
+        for (const auto& control : dialog.controls) EXPECT_LE(control.second.Bottom(), line.Bottom()) << control.first;
+        EXPECT_LE(line.Bottom(), dialog.cy);
+        EXPECT_LE(line.cy, 2);
+    }
+}
+
+TEST_F(ResourceStringsTest, TheArrowButtonsAreImageButtonsThatKeepTheFocus) {
+    for (int id : {102, 104}) {
+        SCOPED_TRACE(id);
+        DialogTemplate dialog = ReadTemplate(module, id);
+        ASSERT_TRUE(dialog.found);
+        const TemplateControl& up = dialog.controls[1026];
+        const TemplateControl& down = dialog.controls[1027];
+        EXPECT_EQ(up.className, "SocksImageButtonClass");
+        EXPECT_EQ(down.className, "SocksImageButtonClass");
+        EXPECT_NE(up.style & 0x2, 0u);
+        EXPECT_EQ(down.style & 0x2, 0u);
+        EXPECT_EQ(up.style & 0x20, 0u);
+        EXPECT_EQ(down.style & 0x20, 0u);
+        EXPECT_NE(up.style & WS_TABSTOP, 0u);
+        EXPECT_NE(down.style & WS_TABSTOP, 0u);
+        EXPECT_EQ(dialog.controls[1016].className, "SysListView32");
     }
 }
 

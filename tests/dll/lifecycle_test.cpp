@@ -54,10 +54,9 @@ TEST_P(FamilyLifecycleTest, EverySlotIsTheExportAtItsOrdinalAndTheMissingOnesAre
     EXPECT_NE(startup, nullptr);
     EXPECT_EQ(startup, GetProcAddress(Library(), F().Export("Startup").c_str()));
     EXPECT_EQ(GetProcAddress(Library(), MAKEINTRESOURCEA(F().absentOrdinal)), nullptr);
-    // Exports of the configuration, determination, shim and XML dialog calls come later.
+    // Exports of the determination and shim calls come later.
     std::vector<std::string> expected;
-    for (const char* call : {"ConfigurationDialog", "DetermineProxy", "DetectShims", "DetermineProxyEx",
-                             "UseAddressFamily", "ShowXMLConfigDlg"}) {
+    for (const char* call : {"DetermineProxy", "DetectShims", "DetermineProxyEx", "UseAddressFamily"}) {
         expected.push_back(F().Export(call));
     }
     EXPECT_EQ(missing, expected);

@@ -27,4 +27,10 @@ CopiedRun RunInCopiedProgram(const std::vector<std::pair<std::string, std::strin
 void ExpectCopiedCasePasses(const std::vector<std::pair<std::string, std::string>>& beside,
                             const std::string& filter, DWORD ms = 30000);
 
+// Runs the cases of `filter` (disabled ones too) in a new process of this program itself, in its own
+// folder, waiting at most `ms`: for what a process reads once, at its start.
+CopiedRun RunInFreshProcess(const std::string& filter, DWORD ms = 30000);
+// The same for one case, which must pass.
+void ExpectFreshCasePasses(const std::string& filter, DWORD ms = 30000);
+
 }  // namespace dxtest
