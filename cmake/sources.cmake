@@ -57,14 +57,17 @@ set(DX_WIN32_settings
 # Proxy maps: the record, the families' sets and the choice of a map for a destination.
 set(DX_PORTABLE_config
   config/config_number.cpp
+  config/determination_copies.cpp
   config/map_rules.cpp
   config/registry_names.cpp)
 set(DX_WIN32_config
   config/config_sets.cpp
+  config/determination.cpp
   config/http_config.cpp
   config/proxy_map.cpp
   config/proxy_map_set.cpp
   config/registry_store.cpp
+  config/shim_detection.cpp
   config/socks_config.cpp
   config/xml_store.cpp)
 

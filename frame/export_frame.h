@@ -52,18 +52,43 @@ void StoreParentWindow(const char* name, HWND window);
 // the HTTP family also on a recorded refusal.
 enum class BindWaitEnds { kOnCancel, kOnCancelOrConnectError };
 
-// ConnectEx of both families. A socket that was named no proxy fails: never a direct connection.
+// The family's determination (SOCKS_DetermineProxyEx, HTTP_DetermineProxyEx), which the family's
+// exports hand down: the configuration lies above this frame. `extra` is the SOCKS version or the
+// HTTP Basic flag, `preset` what it holds before the call.
+using DetermineCall = int (*)(const char* host, unsigned port, sockaddr_in* proxy, int proxySize, char* userId,
+                              int userIdSize, unsigned* extra, int* family);
+struct Determination {
+    DetermineCall call;
+    unsigned preset;
+};
+
+// A socket named no proxy yet gets one from the determination: 1 and the proxy set on the object,
+// else 0, the WinSock error as the determination left it.
 template <typename Socket>
-int ConnectThroughProxy(const char* name, int type, SOCKET s, const char* host, unsigned port, HWND parent) {
+int DetermineForSocket(Socket& object, const Determination& determination, const char* host, unsigned port,
+                       int* family) {
+    sockaddr_in address = {};
+    char user[512] = {};
+    unsigned extra = determination.preset;
+    if (determination.call(host, port, &address, sizeof address, user, sizeof user, &extra, family) == 0) return 0;
+    object.SetProxy(&address, sizeof address, user, extra);
+    return 1;
+}
+
+// ConnectEx of both families. A socket named no proxy takes the one the family's determination
+// picks; where none applies the call fails: never a direct connection.
+template <typename Socket>
+int ConnectThroughProxy(const char* name, int type, SOCKET s, const char* host, unsigned port, HWND parent,
+                        int family, const Determination& determination) {
     ExportLog log(name, s);
     SOCKS_LogString("Begin host:port %s:%d", host, static_cast<int>(port));
-    // The use keeps the object through the handshake, whoever removes it meanwhile.
+    // The use keeps the object through the determination and the handshake, whoever removes it meanwhile.
     SharedUse<Socket> object = g_pProxySocketManager->FindOrAddSocket(s, type).As<Socket>();
     g_hParentWindow = parent;
-    int code;
+    int code = 0;
     if (object == nullptr) {
         code = dxcode::kNotSocket;
-    } else if (!object->proxyChosen) {
+    } else if (!object->proxyChosen && DetermineForSocket(*object, determination, host, port, &family) == 0) {
         code = WSAGetLastError();
         if (code == 0) code = -1;
     } else {
@@ -83,13 +108,14 @@ int ConnectThroughProxy(const char* name, int type, SOCKET s, const char* host, 
 // hidden thread does the work. It has no time limit.
 template <typename Socket>
 int BindThroughProxy(const char* name, int type, BindWaitEnds ends, SOCKET s, const char* host, unsigned port,
-                     HWND parent) {
+                     HWND parent, int family, const Determination& determination) {
     ExportLog log(name, s);
     SOCKS_LogString("Begin host:port %s:%d", host, static_cast<int>(port));
     SharedUse<Socket> object = g_pProxySocketManager->FindOrAddSocket(s, type).As<Socket>();
     int code = 0;
     int result;
-    if (object == nullptr || !object->proxyChosen) {
+    if (object == nullptr ||
+        (!object->proxyChosen && DetermineForSocket(*object, determination, host, port, &family) == 0)) {
         // Kept: positive, with a WinSock error of 0, where ConnectEx gives -1 and the error.
         result = dxcode::kNotSocket;
     } else {

@@ -1,5 +1,6 @@
 // HTTP_* exports, in ordinal order.
 #include "config_dialog.h"
+#include "determination.h"
 #include "export_frame.h"
 #include "http_api.h"
 #include "http_socket.h"
@@ -8,6 +9,7 @@
 #include "suite_library.h"
 #include "proxy_socket_manager.h"
 #include "result_codes.h"
+#include "shim_detection.h"
 #include "version_info.h"
 #include "xml_registry.h"
 
@@ -25,21 +27,23 @@ const AnyFunction kHttpDispatchTable[31] = {
     Slot(HTTP_WSAAsyncSelect), Slot(HTTP_Cleanup),  Slot(HTTP_LogString),
     Slot(HTTP_ConfigurationDialog),
     Slot(HTTP_SetProxy),
-    nullptr,  // HTTP_DetermineProxy
-    nullptr,  // HTTP_DetectShims
+    Slot(HTTP_DetermineProxy),
+    Slot(HTTP_DetectShims),
     Slot(HTTP_GetVersionInfo),
     Slot(HTTP_SetLoggingCallback),
     Slot(HTTP_SetPasswordCallback),
     Slot(HTTP_SetLoggingCallbackEx), Slot(HTTP_ConnectEx), Slot(HTTP_BindEx), Slot(HTTP_ConnectCanceled),
     Slot(HTTP_GetConnectError),
-    nullptr,  // HTTP_DetermineProxyEx
-    nullptr,  // HTTP_UseAddressFamily
+    Slot(HTTP_DetermineProxyEx), Slot(HTTP_UseAddressFamily),
     Slot(HTTP_SetXMLConfig), Slot(HTTP_GetXMLConfig),
     Slot(HTTP_ShowXMLConfigDlg),
     Slot(HTTP_CleanupSocket),
     Slot(HTTP_ConnectTimeout),
     Slot(HTTP_SetParentHWND),
 };
+
+// A socket without a proxy takes what the determination picks, with the map's Basic flag.
+const Determination kHttpSocketDetermination = {HTTP_DetermineProxyEx, 0};
 
 LRESULT CALLBACK HttpHiddenWindowProcedure(HWND, UINT, WPARAM, LPARAM);
 DWORD WINAPI HttpHiddenThread(void*);
@@ -157,22 +161,41 @@ int HTTP_SetProxy(SOCKET s, const sockaddr_in* proxy, int length, const char* us
     return object != nullptr ? 0 : 1;
 }
 
+int HTTP_DetermineProxy(const sockaddr* destination, int destinationLength, sockaddr_in* proxy, int proxySize,
+                        char* userId, int userIdSize, unsigned int* basicAuthentication) {
+    return DetermineProxyByAddress(kHttpDetermination, destination, destinationLength, proxy, proxySize, userId,
+                                   userIdSize, basicAuthentication);
+}
+
+int HTTP_DetectShims(int warn, HWND owner) { return DetectShims(kHttpShims, warn, owner); }
+
 int HTTP_GetVersionInfo(void* out, int size) { return CopyVersionRecord("HTTP_GetVersionInfo", out, size); }
 
 int HTTP_ConnectEx(SOCKET s, const char* host, unsigned int port, HWND parent, int family) {
-    return ConnectThroughProxy<CHttpSocket>("HTTP_ConnectEx", kHttpSocketType, s, host, port, parent);
+    return ConnectThroughProxy<CHttpSocket>("HTTP_ConnectEx", kHttpSocketType, s, host, port, parent, family,
+                                            kHttpSocketDetermination);
 }
 
 // There is no bind on the wire: the same CONNECT exchange, then a wait for its end, which a recorded
 // refusal ends too.
 int HTTP_BindEx(SOCKET s, const char* host, unsigned int port, HWND parent, int family) {
     return BindThroughProxy<CHttpSocket>("HTTP_BindEx", kHttpSocketType, BindWaitEnds::kOnCancelOrConnectError, s,
-                                         host, port, parent);
+                                         host, port, parent, family, kHttpSocketDetermination);
 }
 
 int HTTP_ConnectCanceled(SOCKET s) { return ReadCanceled("HTTP_ConnectCanceled", s); }
 
 unsigned int HTTP_GetConnectError(SOCKET s) { return ReadConnectError("HTTP_GetConnectError", s); }
+
+int HTTP_DetermineProxyEx(const char* host, unsigned int port, sockaddr_in* proxy, int proxySize, char* userId,
+                          int userIdSize, unsigned int* basicAuthentication, int* family) {
+    return DetermineProxyEx(kHttpDetermination, host, port, proxy, proxySize, userId, userIdSize, basicAuthentication,
+                            family);
+}
+
+int HTTP_UseAddressFamily(const char* host, unsigned int port, int* family) {
+    return UseAddressFamily(kHttpDetermination, "HTTP_UseAddressFamily", host, port, family);
+}
 
 int HTTP_SetXMLConfig(const char* text) { return SetXmlConfigExport("HTTP_SetXMLConfig", kXmlRegistryHttp, text); }
 

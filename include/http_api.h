@@ -99,16 +99,35 @@ DXSOCKS_API void HTTP_SetPasswordCallback(void *context, DXSOCKS_PASSWORD_CALLBA
  * failed TCP connect or send it is that code. Non-blocking: 0 at once, the outcome as FD_CONNECT.
  * Kept: bytes the proxy sends behind its reply in the same segment are read with it and are lost to
  * the host.
- * A socket given no proxy fails with -1 and leaves the WinSock error as it stood.
+ * A socket given no proxy first runs HTTP_DetermineProxyEx for host:port: when no proxy applies the
+ * call fails with -1 and leaves the WinSock error as it stood (never a direct connection); a
+ * declined first-use prompt gives 1223. parent becomes the owner of that prompt.
  */
 DXSOCKS_API int HTTP_ConnectEx(SOCKET s, const char *host, unsigned int port, HWND parent, int family);
 
 /*
  * The CONNECT exchange of HTTP_ConnectEx, then a wait (pumping this thread's messages, no time
  * limit) until it is granted or refused. Returns 0; -1 with WinSock error -1 after a refusal (read
- * HTTP_GetConnectError and HTTP_ConnectCanceled); or the positive 10038 with error 0 without a proxy.
+ * HTTP_GetConnectError and HTTP_ConnectCanceled); or the positive 10038 with error 0 when the socket
+ * has no state, or was given no proxy and HTTP_DetermineProxyEx finds none for host:port.
  */
 DXSOCKS_API int HTTP_BindEx(SOCKET s, const char *host, unsigned int port, HWND parent, int family);
+
+/*
+ * As SOCKS_DetermineProxyEx for the HTTP family's maps, with *basicAuthentication (not null) in place
+ * of the version: 0, then the map's Basic flag when a proxy applies. The first-use prompt asks for
+ * an HTTP proxy. Exceptions and threads as there.
+ */
+DXSOCKS_API int HTTP_DetermineProxyEx(const char *host, unsigned int port, struct sockaddr_in *proxy, int proxySize,
+                                      char *userId, int userIdSize, unsigned int *basicAuthentication, int *family);
+
+/* As SOCKS_DetermineProxy for the HTTP family, handing basicAuthentication on. */
+DXSOCKS_API int HTTP_DetermineProxy(const struct sockaddr *destination, int destinationLength,
+                                    struct sockaddr_in *proxy, int proxySize, char *userId, int userIdSize,
+                                    unsigned int *basicAuthentication);
+
+/* HTTP_DetermineProxyEx's answer alone: its result, and *family (not null) as it comes back, 2. */
+DXSOCKS_API int HTTP_UseAddressFamily(const char *host, unsigned int port, int *family);
 
 /* 1 if the password prompt of the last exchange on s was cancelled, else 0. */
 DXSOCKS_API int HTTP_ConnectCanceled(SOCKET s);
@@ -130,6 +149,12 @@ DXSOCKS_API const char *HTTP_ShowXMLConfigDlg(HWND owner);
 
 /* Forgets the library's state for s; does not close s. As SOCKS_CleanupSocket, from any thread. */
 DXSOCKS_API void HTTP_CleanupSocket(SOCKET s);
+
+/*
+ * As SOCKS_DetectShims, for programs that would disturb HTTP connections: a window of class
+ * Firewalker or one titled "HttpCap - Control"; Detect is read under Network Protocols\HTTP.
+ */
+DXSOCKS_API int HTTP_DetectShims(int warn, HWND owner);
 
 /* The same as SOCKS_GetVersionInfo: the one version record of the library. */
 DXSOCKS_API int HTTP_GetVersionInfo(void *out, int size);

@@ -100,7 +100,10 @@ DXSOCKS_API void SOCKS_SetPasswordCallback(void *context, DXSOCKS_PASSWORD_CALLB
  * SOCKS_select waits for it.
  * Kept: bytes that the proxy sends behind its grant in the same segment are read with the reply
  * and are lost to the host.
- * A socket that was given no proxy fails with -1 and leaves the WinSock error as it stood.
+ * A socket that was given no proxy first runs SOCKS_DetermineProxyEx for host:port (with version 4
+ * unless the map says 5): when no proxy applies the call fails with -1 and leaves the WinSock error
+ * as it stood (never a direct connection); a declined first-use prompt gives 1223. parent becomes
+ * the owner of that prompt.
  * Without library state for s (INVALID_SOCKET) the WinSock error is 10038.
  */
 DXSOCKS_API int SOCKS_ConnectEx(SOCKET s, const char *host, unsigned int port, HWND parent, int family);
@@ -129,6 +132,50 @@ DXSOCKS_API int SOCKS_ConfigurationDialog(HWND owner);
 DXSOCKS_API int SOCKS_SetProxy(SOCKET s, const struct sockaddr_in *proxy, int length, const char *userId);
 
 /*
+ * Looks for a running program that wraps the socket layer itself (a window of class Firewalker, or
+ * one titled "SocksCap - Control"), unless the registry value Detect under Software\Verdane\Network
+ * Protocols\SOCKS is 0 (HKEY_USERS\.Default's value counts when the user has none). With warn
+ * non-zero and a program found, shows a stop box over owner, or without one over the top of the
+ * active window, which is made active again after the box. Returns 1 if such a program runs, else 0.
+ */
+DXSOCKS_API int SOCKS_DetectShims(int warn, HWND owner);
+
+/*
+ * Does a proxy apply to host:port (port in host order)? Reads the settings file again (another
+ * process may have written it); when the SOCKS family has no maps, first asks the user through the
+ * first-use prompt of pxmSetUI.dll (owned by the window of SOCKS_SetParentHWND), and a declined or
+ * missing prompt returns 0 with WinSock error 1223. Then the first map that takes the destination
+ * decides. Returns 1 when it names a proxy whose name resolves: proxy receives its address (at most
+ * proxySize bytes, zeroed first), userId its user (cut to userIdSize - 1 characters; the last byte
+ * of userId becomes 0), *version 4 or 5 (version may be null). Else 0, and the WinSock error stays
+ * as it stood (the proxy's failed look-up leaves its code): no map, a map without a proxy, and one
+ * whose proxy host is "*" or a single character look alike. *family comes back as 2 (AF_INET)
+ * unless the prompt was declined or the file not read back; family must not be null. A null
+ * buffer, or a size of 0 or less, is not written.
+ * Threads wait for each other here, pumping their own messages; a SOCKS and an HTTP determination
+ * run side by side. A number in the settings file that is none raises std::invalid_argument or
+ * std::out_of_range out of this call: a C++ host built with the same MinGW runtime can catch it,
+ * a C host ends. Each call parses the file only when it changed (path, size, time), and picks from
+ * the family's maps: meant for once per connection.
+ */
+DXSOCKS_API int SOCKS_DetermineProxyEx(const char *host, unsigned int port, struct sockaddr_in *proxy, int proxySize,
+                                       char *userId, int userIdSize, unsigned int *version, int *family);
+
+/*
+ * SOCKS_DetermineProxyEx for the destination of an address record (its dotted address and port); a
+ * null destination asks for an empty host and port 0, which only a map for any host takes; a record
+ * shorter than 4 bytes gives port 0. The version is not handed out.
+ */
+DXSOCKS_API int SOCKS_DetermineProxy(const struct sockaddr *destination, int destinationLength,
+                                     struct sockaddr_in *proxy, int proxySize, char *userId, int userIdSize);
+
+/*
+ * SOCKS_DetermineProxyEx's answer alone: its result, and *family (in and out, not null) as it
+ * comes back, 2.
+ */
+DXSOCKS_API int SOCKS_UseAddressFamily(const char *host, unsigned int port, int *family);
+
+/*
  * Copies the first size bytes of the library's version record (DXSOCKS_VERSION_RECORD, 74 bytes;
  * a size above 74, or a negative one, copies all 74) to out. Returns 1, or 0 when out is null.
  */
@@ -143,7 +190,8 @@ DXSOCKS_API int SOCKS_SetProxyEx(SOCKET s, const struct sockaddr_in *proxy, int 
  * non-blocking socket (SOCKS_WSAAsyncSelect or SOCKS_ioctlsocket FIONBIO first): the call waits,
  * pumping the calling thread's messages, until the proxy has granted the request, and a refused or
  * failed BIND never returns. Returns 0; -1 with WinSock error -1 when the password prompt was
- * cancelled; or the positive 10038 with WinSock error 0 when the socket has no proxy or no state.
+ * cancelled; or the positive 10038 with WinSock error 0 when the socket has no state, or was given
+ * no proxy and SOCKS_DetermineProxyEx finds none for host:port.
  */
 DXSOCKS_API int SOCKS_BindEx(SOCKET s, const char *host, unsigned int port, HWND parent, int family);
 

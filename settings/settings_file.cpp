@@ -2,8 +2,11 @@
 
 #include <share.h>
 
+#include <io.h>
+
 #include <cstdio>
 #include <cstdlib>
+#include <mutex>
 #include <new>
 
 #include "settings_text.h"
@@ -21,6 +24,44 @@ DWORD SettingsFilePath(char (&path)[kSuitePathSize]) {
     return answer;
 }
 
+// The settings file as read: where it stood, how long it was and when it was last written.
+struct FileStamp {
+    std::string path;
+    uint64_t size = 0;
+    uint64_t written = 0;
+    bool operator==(const FileStamp& other) const {
+        return path == other.path && size == other.size && written == other.written;
+    }
+};
+
+// The stamp of the file the document `document` was parsed from; both threads of the families read
+// and write it, so it is looked at and changed only under its lock.
+std::mutex g_stampLock;
+FileStamp g_stamp;
+const CPXMSettings* g_stampedDocument = nullptr;
+
+// The stamp of the open `file` at `path`; false when the system cannot tell.
+bool StampOf(FILE* file, const char* path, FileStamp& stamp) {
+    char full[kSuitePathSize] = {};
+    DWORD length = GetFullPathNameA(path, kSuitePathSize, full, nullptr);
+    if (length == 0 || length >= kSuitePathSize) return false;
+    intptr_t handle = _get_osfhandle(_fileno(file));
+    BY_HANDLE_FILE_INFORMATION information = {};
+    if (handle == -1 || !GetFileInformationByHandle(reinterpret_cast<HANDLE>(handle), &information)) return false;
+    stamp.path = full;
+    stamp.size = (static_cast<uint64_t>(information.nFileSizeHigh) << 32) | information.nFileSizeLow;
+    stamp.written = (static_cast<uint64_t>(information.ftLastWriteTime.dwHighDateTime) << 32) |
+                    information.ftLastWriteTime.dwLowDateTime;
+    return true;
+}
+
+// The rest of the open file's bytes.
+void ReadAll(FILE* file, std::string& bytes) {
+    char block[65536];
+    size_t count;
+    while ((count = std::fread(block, 1, sizeof block, file)) > 0) bytes.append(block, count);
+}
+
 // The file's bytes; false when it cannot be opened.
 bool ReadSettingsBytes(std::string& bytes) {
     bytes.clear();
@@ -29,9 +70,7 @@ bool ReadSettingsBytes(std::string& bytes) {
     // Any other opener may read and write meanwhile: a partial text then counts as corrupt.
     FILE* file = _fsopen(path, "rb", _SH_DENYNO);
     if (file == nullptr) return false;
-    char block[65536];
-    size_t count;
-    while ((count = std::fread(block, 1, sizeof block, file)) > 0) bytes.append(block, count);
+    ReadAll(file, bytes);
     std::fclose(file);
     return true;
 }
@@ -102,10 +141,37 @@ bool ReadSettingsText(std::wstring& result) {
 }
 
 int ReadSettingsDocument() {
+    char path[kSuitePathSize] = {};
+    if (SettingsFilePath(path) == 0) return 0;
+    FILE* file = _fsopen(path, "rb", _SH_DENYNO);
+    if (file == nullptr) return 0;
+    // Taken before the bytes: a write that lands meanwhile gives the next read a new stamp.
+    FileStamp stamp;
+    bool stamped = StampOf(file, path, stamp);
+    if (stamped && stamp.size != 0) {
+        std::lock_guard<std::mutex> hold(g_stampLock);
+        if (g_stampedDocument != nullptr && g_stampedDocument == SettingsDocument && stamp == g_stamp) {
+            std::fclose(file);
+            return 1;
+        }
+    }
     std::string text;
-    if (!ReadSettingsBytes(text) || text.empty()) return 0;
+    ReadAll(file, text);
+    std::fclose(file);
+    if (text.empty()) return 0;
     // Kept: the former document is never released, here or at detach; it lives to the end of the
     // process.
-    SettingsDocument = CreateSettings(text.c_str());
-    return SettingsDocument != nullptr ? 1 : 0;
+    CPXMSettings* document = CreateSettings(text.c_str());
+    SettingsDocument = document;
+    {
+        std::lock_guard<std::mutex> hold(g_stampLock);
+        g_stamp = stamp;
+        g_stampedDocument = stamped ? document : nullptr;
+    }
+    return document != nullptr ? 1 : 0;
+}
+
+void ForgetSettingsStamp(const CPXMSettings* document) {
+    std::lock_guard<std::mutex> hold(g_stampLock);
+    if (document == g_stampedDocument) g_stampedDocument = nullptr;
 }

@@ -50,5 +50,12 @@ bool ReadSettingsText(std::wstring& result);
 
 // Reads and parses the settings file into SettingsDocument. 0 when there is no path, no file or an
 // empty one (SettingsDocument stays as it was), and when the text does not parse (SettingsDocument
-// becomes null); 1 when SettingsDocument holds the file's document.
+// becomes null); 1 when SettingsDocument holds the file's document. A file of the same full path,
+// size and last-write time as the one parsed into the document held now is not parsed again: that
+// document stays, and the answer is 1. (Former documents are never released, so a host that
+// determines all day would otherwise grow with every read.)
 int ReadSettingsDocument();
+
+// Any change to `document` in memory: when it is the one parsed last, the next read parses the file
+// again, whether or not the change reached the file.
+void ForgetSettingsStamp(const CPXMSettings* document);

@@ -73,6 +73,8 @@ HRESULT CMapStore::GetCountText(std::string& text) {
 }
 
 HRESULT CMapStore::SetCount(int32_t count) {
+    // The document no longer is the file's text.
+    ForgetSettingsStamp(document_);
     if (document_ == nullptr || document_->XmlDocument == nullptr) return kXmlNoDocument;
     IXMLDOMAttribute* attribute = nullptr;
     Bstr name(L"count");
@@ -122,6 +124,7 @@ HRESULT CMapStore::GetValue(const wchar_t* id, const wchar_t* name, std::string&
 }
 
 HRESULT CMapStore::SetValue(const wchar_t* id, const wchar_t* name, const char* value) {
+    ForgetSettingsStamp(document_);
     if (document_ == nullptr || id == nullptr || name == nullptr) return kXmlBadArgument;
     IXMLDOMNode* element = nullptr;
     if (SUCCEEDED(FindValue(id, name, &element)) && element != nullptr) {

@@ -2,12 +2,14 @@
 #include <cstring>
 
 #include "config_dialog.h"
+#include "determination.h"
 #include "export_frame.h"
 #include "lifecycle.h"
 #include "log.h"
 #include "proxy_socket_manager.h"
 #include "resolver.h"
 #include "result_codes.h"
+#include "shim_detection.h"
 #include "socks_api.h"
 #include "socks_socket.h"
 #include "suite_library.h"
@@ -33,21 +35,23 @@ const AnyFunction kSocksDispatchTable[33] = {
     Slot(SOCKS_WSAAsyncSelect), Slot(SOCKS_Cleanup),   Slot(SOCKS_LogString),
     Slot(SOCKS_ConfigurationDialog),
     Slot(SOCKS_SetProxy),
-    nullptr,  // SOCKS_DetermineProxy
-    nullptr,  // SOCKS_DetectShims
+    Slot(SOCKS_DetermineProxy),
+    Slot(SOCKS_DetectShims),
     Slot(SOCKS_GetVersionInfo),
     Slot(SOCKS_SetProtocolVersion), Slot(SOCKS_SetLoggingCallback),
     Slot(SOCKS_SetPasswordCallback),
     Slot(SOCKS_SetLoggingCallbackEx), Slot(SOCKS_ConnectEx), Slot(SOCKS_BindEx), Slot(SOCKS_ConnectCanceled),
     Slot(SOCKS_GetConnectError),
-    nullptr,  // SOCKS_DetermineProxyEx
-    nullptr,  // SOCKS_UseAddressFamily
+    Slot(SOCKS_DetermineProxyEx), Slot(SOCKS_UseAddressFamily),
     Slot(SOCKS_SetXMLConfig), Slot(SOCKS_GetXMLConfig),
     Slot(SOCKS_ShowXMLConfigDlg),
     Slot(SOCKS_CleanupSocket), Slot(SOCKS_SetProxyEx),
     Slot(SOCKS_ConnectTimeout),
     Slot(SOCKS_SetParentHWND),
 };
+
+// A socket without a proxy takes what the determination picks, with version 4 unless a map says 5.
+const Determination kSocksSocketDetermination = {SOCKS_DetermineProxyEx, 4};
 
 LRESULT CALLBACK SocksHiddenWindowProcedure(HWND, UINT, WPARAM, LPARAM);
 DWORD WINAPI SocksHiddenThread(void*);
@@ -223,6 +227,14 @@ int SOCKS_SetProxy(SOCKET s, const sockaddr_in* proxy, int length, const char* u
     return SOCKS_SetProxyEx(s, proxy, length, userId, 4);
 }
 
+int SOCKS_DetermineProxy(const sockaddr* destination, int destinationLength, sockaddr_in* proxy, int proxySize,
+                         char* userId, int userIdSize) {
+    return DetermineProxyByAddress(kSocksDetermination, destination, destinationLength, proxy, proxySize, userId,
+                                   userIdSize, nullptr);
+}
+
+int SOCKS_DetectShims(int warn, HWND owner) { return DetectShims(kSocksShims, warn, owner); }
+
 int SOCKS_GetVersionInfo(void* out, int size) { return CopyVersionRecord("SOCKS_GetVersionInfo", out, size); }
 
 int SOCKS_SetProtocolVersion(SOCKET, unsigned int) { return -1; }
@@ -233,18 +245,28 @@ void SOCKS_SetPasswordCallback(void* context, DXSOCKS_PASSWORD_CALLBACK callback
 }
 
 int SOCKS_ConnectEx(SOCKET s, const char* host, unsigned int port, HWND parent, int family) {
-    return ConnectThroughProxy<CSocksSocket>("SOCKS_ConnectEx", kSocksSocketType, s, host, port, parent);
+    return ConnectThroughProxy<CSocksSocket>("SOCKS_ConnectEx", kSocksSocketType, s, host, port, parent, family,
+                                             kSocksSocketDetermination);
 }
 
 // Unlike SOCKS_ConnectEx, this leaves g_hParentWindow alone.
 int SOCKS_BindEx(SOCKET s, const char* host, unsigned int port, HWND parent, int family) {
     return BindThroughProxy<CSocksSocket>("SOCKS_BindEx", kSocksSocketType, BindWaitEnds::kOnCancel, s, host, port,
-                                          parent);
+                                          parent, family, kSocksSocketDetermination);
 }
 
 int SOCKS_ConnectCanceled(SOCKET s) { return ReadCanceled("SOCKS_ConnectCanceled", s); }
 
 unsigned int SOCKS_GetConnectError(SOCKET s) { return ReadConnectError("SOCKS_GetConnectError", s); }
+
+int SOCKS_DetermineProxyEx(const char* host, unsigned int port, sockaddr_in* proxy, int proxySize, char* userId,
+                           int userIdSize, unsigned int* version, int* family) {
+    return DetermineProxyEx(kSocksDetermination, host, port, proxy, proxySize, userId, userIdSize, version, family);
+}
+
+int SOCKS_UseAddressFamily(const char* host, unsigned int port, int* family) {
+    return UseAddressFamily(kSocksDetermination, "SOCKS_UseAddressFamily", host, port, family);
+}
 
 int SOCKS_SetXMLConfig(const char* text) { return SetXmlConfigExport("SOCKS_SetXMLConfig", kXmlRegistrySocks, text); }
 

@@ -40,6 +40,49 @@ case "$message" in
   *) echo "unexpected message: $message"; exit 1 ;;
 esac
 
+# Without -x: the proxy the settings file picks, for each family; -d only asks.
+appdata=$(winepath -u "$(wine cmd /c echo %APPDATA% 2>/dev/null | tr -d '\r')")
+mkdir -p "$appdata/Zelmont/Verdane"
+settings="$appdata/Zelmont/Verdane/Settings.xml"
+map() {  # proxy port user version basic use
+  printf '<Map id="Default"><BasicAuthentication value="%s"/><ProtocolVersion value="%s"/><ProxyAddress value="%s"/><ProxyPort value="%s"/><ProxyUser value="%s"/><UseProxy value="%s"/></Map>' \
+    "$5" "$4" "$1" "$2" "$3" "$6"
+}
+write_settings() {  # the SOCKS map, then the HTTP map
+  printf '<?xml version="1.0" encoding="UTF-8"?>\r\n<!DOCTYPE Settings>\r\n<Settings version="25..2..0"><Proxies><Proxy type="SOCKS"><Maps count="0">%s</Maps></Proxy><Proxy type="HTTP"><Maps count="0">%s</Maps></Proxy></Proxies></Settings>' \
+    "$1" "$2" >"$settings"
+}
+write_settings "$(map 127.0.0.1 "$DANTE_PORT" "" 5 0 1)" "$(map 127.0.0.1 "$TINYPROXY_PORT" "" 4 0 1)"
+relay -t socks5
+relay -n -t socks4
+relay -t http
+asked=$(timeout 60 wine "$exe" -d -t socks5 127.0.0.1 "$ECHO_PORT" 2>&1 | tr -d '\r')
+[ "$asked" = $'proxy 127.0.0.1:'"$DANTE_PORT"$'\nuser \nversion 5' ] || { echo "dxconnect -d printed: $asked"; exit 1; }
+asked=$(timeout 60 wine "$exe" -d -t http 127.0.0.1 "$ECHO_PORT" 2>&1 | tr -d '\r')
+[ "$asked" = $'proxy 127.0.0.1:'"$TINYPROXY_PORT"$'\nuser \nbasic 0' ] || { echo "dxconnect -d -t http printed: $asked"; exit 1; }
+expect_failure() {  # wanted message, then the command
+  local wanted=$1 message status
+  shift
+  set +e
+  message=$(timeout 60 "$@" </dev/null 2>&1 >/dev/null)
+  status=$?
+  set -e
+  [ "$status" = 1 ] || { echo "$*: exit status $status, wanted 1"; exit 1; }
+  case "$message" in *"$wanted"*) ;; *) echo "$*: unexpected message: $message"; exit 1 ;; esac
+}
+# A map without a proxy: the connect fails, never direct.
+write_settings "$(map "" "" "" 4 0 0)" "$(map "" "" "" 4 0 0)"
+expect_failure "no proxy applies to 127.0.0.1:$ECHO_PORT" wine "$exe" -t socks4 127.0.0.1 "$ECHO_PORT"
+expect_failure "no proxy applies to 127.0.0.1:$ECHO_PORT" wine "$exe" -d -t http 127.0.0.1 "$ECHO_PORT"
+rm -f "$settings"
+# Nothing configured, and the first-use prompt declined: a copy in a folder without a UI library, so
+# that no prompt waits for an answer.
+alone=$(mktemp -d)
+cp "$exe" "$(dirname "$exe")/DXSOCKS.DLL" "$alone/"
+expect_failure "no proxy is configured" wine "$alone/$(basename "$exe")" -t socks5 127.0.0.1 "$ECHO_PORT"
+expect_failure "no proxy is configured" wine "$alone/$(basename "$exe")" -d -t http 127.0.0.1 "$ECHO_PORT"
+rm -rf "$alone"
+
 # -r: an XML registry loaded from a file through SOCKS_SetXMLConfig, printed back by SOCKS_GetXMLConfig;
 # the printed text loads again and prints the same.
 work=$(mktemp -d)
@@ -130,4 +173,4 @@ case "$log" in "$expected"*'End func GetRegConfig') ;; *) echo "dxconnect -v --s
 clear_verdane
 if timeout 60 wine "$exe" --show-config >/dev/null 2>&1; then echo "dxconnect --show-config showed a configuration without Software\Verdane"; exit 1; fi
 
-echo "dxconnect relayed ${#payload} bytes in nine modes, reported a failed lookup and a 407, printed an XML registry, cleaned the registry up and showed its configuration"
+echo "dxconnect relayed ${#payload} bytes in nine modes and three from the settings file, asked it, reported a failed lookup and a 407, printed an XML registry, cleaned the registry up and showed its configuration"

@@ -34,8 +34,13 @@ const char kUsage[] =
     "to the connection and writes what comes back to standard output.\n"
     "\n"
     "Options:\n"
-    "  -t TYPE        proxy type: socks4 (default), socks5 or http\n"
-    "  -x HOST:PORT   proxy address (required); HOST is a dotted IPv4 address or a name\n"
+    "  -t TYPE        proxy type: socks4 (default), socks5 or http; without -x only the family\n"
+    "                 counts (socks4 and socks5 both ask the SOCKS maps, whose version decides)\n"
+    "  -x HOST:PORT   proxy address; HOST is a dotted IPv4 address or a name. Without -x the\n"
+    "                 library determines the proxy from the settings file's maps (asking the user\n"
+    "                 through pxmSetUI.dll's first-use prompt when there are none)\n"
+    "  -d             only ask: print the proxy, user and version (or Basic flag) that the settings\n"
+    "                 file picks for DEST_HOST:DEST_PORT, and exit 0, or 1 when none applies\n"
     "  -u USER        user id for the proxy (default empty); with -t http, -u or -p turns on\n"
     "                 Basic authentication\n"
     "  -p PASSWORD    password for a proxy that asks for one (the library asks this program\n"
@@ -58,8 +63,8 @@ const char kUsage[] =
     "                 settings file's XML; writes nothing\n"
     "  -h             show this help\n"
     "\n"
-    "Exit status: 0 done, 1 connect failed, connection lost, registry not loaded or no\n"
-    "configuration to show,\n"
+    "Exit status: 0 done, 1 connect failed, connection lost, no proxy applies, registry not\n"
+    "loaded or no configuration to show,\n"
     "2 usage error, 3 local setup failed.\n";
 
 enum class ProxyType { Socks4, Socks5, Http };
@@ -81,6 +86,8 @@ struct Options {
     std::string registryFile;  // -r: load and print an XML registry instead of connecting
     bool cleanupRegistry = false;
     bool showConfig = false;  // --show-config: print GetRegConfig's text instead of connecting
+    bool named = false;       // -x given; else the library determines the proxy
+    bool determineOnly = false;  // -d: print what the determination gives, connect nothing
 };
 
 const char *TypeName(ProxyType type) { return kTypeNames[static_cast<int>(type)]; }
@@ -120,13 +127,14 @@ int ParseOptions(int argc, char **argv, Options *o) {
             continue;
         }
         const char flag = arg[1];
-        if (std::strchr("hvn", flag) != nullptr) {
+        if (std::strchr("hvnd", flag) != nullptr) {
             if (arg.size() != 2) return UsageError("unknown option " + arg);
             if (flag == 'h') {
                 std::fputs(kUsage, stdout);
                 return kExitOk;
             }
             if (flag == 'v') o->verbose = true;
+            else if (flag == 'd') o->determineOnly = true;
             else o->nonBlocking = true;
             continue;
         }
@@ -176,7 +184,8 @@ int ParseOptions(int argc, char **argv, Options *o) {
         if (haveProxy || !positional.empty()) return UsageError("-r takes no proxy and no destination");
         return -1;
     }
-    if (!haveProxy) return UsageError("the proxy address -x HOST:PORT is required");
+    if (o->determineOnly && haveProxy) return UsageError("-d asks the settings file: it takes no -x");
+    o->named = haveProxy;
     if (positional.size() != 2) return UsageError("expected DEST_HOST DEST_PORT after the options");
     if (positional[0].empty()) return UsageError("DEST_HOST is empty");
     if (!ParsePort(positional[1], &o->destPort))
@@ -266,7 +275,7 @@ int ExplainFailure(SOCKET s, const Family &family, int error) {
 
 bool ConnectBlocking(SOCKET s, const Options &o, const sockaddr_in &proxy, int *error) {
     const Family &family = FamilyOf(o);
-    if (SetProxy(s, o, proxy) != 0) {
+    if (o.named && SetProxy(s, o, proxy) != 0) {
         *error = WSAENOTSOCK;
         return false;
     }
@@ -292,7 +301,8 @@ bool ConnectNonBlocking(SOCKET s, const Options &o, const sockaddr_in &proxy, in
     *error = WSAETIMEDOUT;
     if (window == nullptr) {
         *error = static_cast<int>(GetLastError());
-    } else if (family.asyncSelect(s, window, kSocketMessage, FD_CONNECT) != 0 || SetProxy(s, o, proxy) != 0) {
+    } else if (family.asyncSelect(s, window, kSocketMessage, FD_CONNECT) != 0 ||
+               (o.named && SetProxy(s, o, proxy) != 0)) {
         *error = WSAENOTSOCK;
     } else if (family.connectEx(s, o.destHost.c_str(), o.destPort, nullptr, AF_INET) != 0) {
         *error = WSAGetLastError();
@@ -414,9 +424,84 @@ int PumpOutput(Relay *relay, double waitSeconds) {
     }
 }
 
+// What the settings file picks for the destination, asked as a host asks before it connects.
+struct Determined {
+    int result = 0;
+    int error = 0;
+    sockaddr_in proxy{};
+    char user[512] = {};
+    unsigned int extra = 0;  // SOCKS version, or HTTP Basic flag
+};
+
+Determined Determine(const Options &o) {
+    Determined d;
+    int family = AF_INET;
+    WSASetLastError(0);
+    try {
+        if (o.type == ProxyType::Http) {
+            d.result = HTTP_DetermineProxyEx(o.destHost.c_str(), o.destPort, &d.proxy, sizeof d.proxy, d.user,
+                                             sizeof d.user, &d.extra, &family);
+        } else {
+            d.result = SOCKS_DetermineProxyEx(o.destHost.c_str(), o.destPort, &d.proxy, sizeof d.proxy, d.user,
+                                              sizeof d.user, &d.extra, &family);
+        }
+        d.error = WSAGetLastError();
+    } catch (...) {
+        // A number in the settings file that is none raises out of the library.
+        d.result = -1;
+    }
+    return d;
+}
+
+std::string AddressText(const sockaddr_in &address) {
+    char text[32];
+    const unsigned char *b = reinterpret_cast<const unsigned char *>(&address.sin_addr);
+    std::snprintf(text, sizeof text, "%u.%u.%u.%u:%u", b[0], b[1], b[2], b[3], ntohs(address.sin_port));
+    return text;
+}
+
+// Why the determination gave no proxy, for the user.
+void ReportNoProxy(const Options &o, const Determined &d) {
+    if (d.result < 0) {
+        std::fprintf(stderr, "dxconnect: the settings file holds a number that is not one\n");
+    } else if (d.error == DXSOCKS_ERROR_CANCELLED) {
+        std::fprintf(stderr, "dxconnect: no proxy is configured\n");
+    } else if (d.error != 0) {
+        std::fprintf(stderr, "dxconnect: the proxy for %s:%u cannot be found: WinSock error %d (%s)\n",
+                     o.destHost.c_str(), o.destPort, d.error, Meaning(d.error).c_str());
+    } else {
+        std::fprintf(stderr, "dxconnect: no proxy applies to %s:%u\n", o.destHost.c_str(), o.destPort);
+    }
+}
+
+// -d: the answer alone.
+int AskOnly(const Options &o) {
+    const Determined d = Determine(o);
+    if (d.result != 1) {
+        ReportNoProxy(o, d);
+        return kExitConnectFailed;
+    }
+    std::printf("proxy %s\nuser %s\n", AddressText(d.proxy).c_str(), d.user);
+    if (o.type == ProxyType::Http) {
+        std::printf("basic %u\n", d.extra);
+    } else {
+        std::printf("version %u\n", d.extra);
+    }
+    return kExitOk;
+}
+
 int ConnectAndRelay(const Options &o, Connector connector) {
     sockaddr_in proxy{};
-    if (const int rc = ResolveProxy(o, &proxy)) {
+    std::string proxyText = o.proxy;
+    if (!o.named) {
+        // Asked first, as a host that wants to know does; the connect then determines again itself.
+        const Determined d = Determine(o);
+        if (d.result != 1) {
+            ReportNoProxy(o, d);
+            return kExitConnectFailed;
+        }
+        proxyText = AddressText(d.proxy) + " (from the settings file)";
+    } else if (const int rc = ResolveProxy(o, &proxy)) {
         std::fprintf(stderr, "dxconnect: cannot resolve proxy host %s: WinSock error %d (%s)\n",
                      o.proxyHost.c_str(), rc, Meaning(rc).c_str());
         return kExitConnectFailed;
@@ -432,13 +517,13 @@ int ConnectAndRelay(const Options &o, Connector connector) {
     int error = 0;
     if (!connector(relay->s, o, proxy, &error)) {
         std::fprintf(stderr, "dxconnect: connect through %s proxy %s to %s:%u failed: WinSock error %d (%s)\n",
-                     TypeName(o.type), o.proxy.c_str(), o.destHost.c_str(), o.destPort, error,
+                     TypeName(o.type), proxyText.c_str(), o.destHost.c_str(), o.destPort, error,
                      Meaning(error).c_str());
         closesocket(relay->s);
         return kExitConnectFailed;
     }
     std::fprintf(stderr, "dxconnect: connected to %s:%u through %s proxy %s\n", o.destHost.c_str(), o.destPort,
-                 TypeName(o.type), o.proxy.c_str());
+                 o.named ? TypeName(o.type) : (o.type == ProxyType::Http ? "http" : "socks"), proxyText.c_str());
 
     std::thread input(PumpInput, relay);
     const int lost = PumpOutput(relay.get(), o.waitSeconds);
@@ -542,7 +627,7 @@ int main(int argc, char **argv) {
         SOCKS_SetPasswordCallback(&o, GivePassword);
         HTTP_SetPasswordCallback(&o, GivePassword);
     }
-    const int status = ConnectAndRelay(o, connector);
+    const int status = o.determineOnly ? AskOnly(o) : ConnectAndRelay(o, connector);
     if (o.verbose) SOCKS_SetLoggingCallbackEx(nullptr, nullptr);
     WSACleanup();
     return status;

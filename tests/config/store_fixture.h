@@ -1,5 +1,5 @@
-// What the proxy-store tests share: the settings file written and read as bytes, settings texts built
-// from maps, and a clean store around each case (the settings_store lock is held by their groups).
+// What the proxy-store tests share beside the settings files (settings_files.h): the maps' fields
+// compared, and a clean store around each case (the settings_store lock is held by their groups).
 #pragma once
 
 #include <gtest/gtest.h>

@@ -7,6 +7,7 @@
 #include "bench.h"
 #include "fake_proxy_test.h"
 #include "log_capture.h"
+#include "settings_files.h"
 #include "socks_api.h"
 #include "test_helpers.h"
 
@@ -139,11 +140,17 @@ TEST_F(Socks4ConnectTest, CanceledAndConnectErrorOfAnOrdinaryConnectAreZero) {
 }
 
 TEST_F(Socks4ConnectTest, PercentInTheHostNameGoesThroughTheSecondPass) {
+    // Named no proxy, the socket determines, over a map that goes direct: the call and the
+    // determination each log the host.
+    dxtest::ClearSettingsStore();
+    ASSERT_TRUE(dxtest::WriteDirectSettings());
     dxtest::LogCapture capture;
     EXPECT_EQ(SOCKS_ConnectEx(s, "h%n%s%x%*d%c%", 80, nullptr, AF_INET), -1);
+    dxtest::ClearSettingsStore();
     auto begin = dxtest::LinesStartingWith(capture.Lines(), "DXSOCKS: Begin host:port");
-    ASSERT_EQ(begin.size(), 1u);
+    ASSERT_EQ(begin.size(), 2u);
     EXPECT_EQ(begin[0], "DXSOCKS: Begin host:port h(null)00%:80");
+    EXPECT_EQ(begin[1], "DXSOCKS: Begin host:port h(null)00%:80");
 }
 
 TEST_F(Socks4ConnectTest, ProxyThatClosesBeforeAnyReplyKeepsTheReadGoingUntilTheHostShutsItDown) {

@@ -46,6 +46,17 @@ DWORD WINAPI PXMSETUIDLL_DxsocksPwd(DWORD language, HWND owner, DWORD one, DWORD
     return g_result;
 }
 
+DWORD WINAPI PXMSETUIDLL_DxsocksConfig(DWORD language, HWND owner, DWORD one, DWORD zero, DWORD family) {
+    ++g_record.configCalls;
+    g_record.language = language;
+    g_record.owner = owner;
+    g_record.one = one;
+    g_record.zero = zero;
+    g_record.family = family;
+    if (g_hook != nullptr) g_hook(g_hookContext);
+    return g_result;
+}
+
 void WINAPI PXMSETUIDLL_OnTimeout() { ++g_record.timeoutCalls; }
 
 void WINAPI PXMSETUIDLL_FreeString(char* text) {
@@ -73,6 +84,7 @@ void WINAPI UiDoubleReset() {
 }  // extern "C"
 
 // The prompt's signatures are the ones the library expects.
+[[maybe_unused]] static const PFN_PXMSETUIDLL_DxsocksConfig kConfigSignature = &PXMSETUIDLL_DxsocksConfig;
 [[maybe_unused]] static const PFN_PXMSETUIDLL_DxsocksPwd kPromptSignature = &PXMSETUIDLL_DxsocksPwd;
 [[maybe_unused]] static const PFN_PXMSETUIDLL_OnTimeout kTimeoutSignature = &PXMSETUIDLL_OnTimeout;
 [[maybe_unused]] static const PFN_PXMSETUIDLL_FreeString kFreeSignature = &PXMSETUIDLL_FreeString;

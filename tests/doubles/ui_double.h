@@ -3,8 +3,11 @@
 
 #include <windows.h>
 
+// The first-use prompt (configCalls) and the password prompt (promptCalls) record their common
+// arguments into the same fields: the later call's stand.
 struct UiDoubleRecord {
     int promptCalls;
+    int configCalls;
     int freeCalls;
     int timeoutCalls;
     DWORD language;
@@ -23,7 +26,8 @@ struct UiDoubleRecord {
 typedef void(WINAPI* UiDoubleHook)(void* context);
 
 extern "C" {
-// The next prompts answer `result` and, unless `text` is null, a copy of it.
+// The next prompts answer `result` and, unless `text` is null, a copy of it (the password prompt);
+// `hook` runs inside each, before the answer.
 typedef void(WINAPI* PFN_UiDoubleScript)(DWORD result, const char* text, UiDoubleHook hook, void* context);
 typedef void(WINAPI* PFN_UiDoubleRecording)(UiDoubleRecord* out);
 typedef void(WINAPI* PFN_UiDoubleReset)();

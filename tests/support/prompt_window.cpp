@@ -22,8 +22,10 @@ BOOL CALLBACK MatchDialog(HWND window, LPARAM context) {
     char className[32] = {};
     char title[256] = {};
     GetClassNameA(window, className, sizeof className);
-    GetWindowTextA(window, title, sizeof title);
     if (lstrcmpA(className, "#32770") != 0 || !IsWindowVisible(window)) return TRUE;
+    // Only a dialog's text is asked for: that of another window of this process would be sent to
+    // its thread, which may be waiting for the caller.
+    GetWindowTextA(window, title, sizeof title);
     if (request->title != nullptr && lstrcmpA(title, request->title) != 0) return TRUE;
     if (request->controlId != 0 && GetDlgItem(window, request->controlId) == nullptr) return TRUE;
     request->found = window;

@@ -56,4 +56,10 @@ std::string SettingsElement(const std::string& proxies) {
     return "<Settings version=\"25..2..0\"><Proxies>" + proxies + "</Proxies></Settings>";
 }
 
+bool WriteDirectSettings() {
+    const std::string direct = FullMap("Default", "", "", "", "", "", "4", "0", "0");
+    return WriteSettingsBytes(kSettingsHead + SettingsElement(ProxyElement("SOCKS", "0", direct) +
+                                                              ProxyElement("HTTP", "0", direct)));
+}
+
 }  // namespace dxtest

@@ -1,5 +1,7 @@
-// The settings file as bytes, and settings texts built from maps, for the tests that set up or look at
-// the proxy maps in the file. Callers hold the settings_store lock.
+// The settings file as the tests write it: its bytes, and texts built from maps, for the tests that
+// set up or look at the proxy maps in the file; and the file that makes every destination go direct,
+// for tests that determine beside a UI library whose first-use prompt nobody would answer. Callers
+// hold the settings_store lock.
 #pragma once
 
 #include <string>
@@ -27,5 +29,9 @@ std::string FullMap(const std::string& id, const std::string& destination, const
 std::string ProxyElement(const std::string& type, const std::string& count, const std::string& maps);
 // <Settings version="25..2..0"><Proxies>proxies</Proxies></Settings>.
 std::string SettingsElement(const std::string& proxies);
+
+// A settings file whose only map in each family is a default one without a proxy: a determination
+// answers 0 without a prompt. False when it cannot be written.
+bool WriteDirectSettings();
 
 }  // namespace dxtest

@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "bench.h"
+#include "config_sets.h"
 #include "host_window.h"
 #include "lifecycle.h"
 #include "log_capture.h"
@@ -893,15 +894,22 @@ TEST_F(SocksCallsTest, BindExWaitsPumpingTheCallersMessagesThenClearsTheRead) {
 }
 
 TEST_F(SocksCallsTest, BindExWithoutAProxyLeavesTheParentWindowAlone) {
+    // The socket without a proxy determines: nothing configured, no UI library beside the stand-in,
+    // so the first-use prompt is declined and the BIND fails as without an object.
+    dxtest::ClearSettingsStore();
+    DeleteConfigSets();
     SOCKET s = Socket();
     HWND before = reinterpret_cast<HWND>(static_cast<uintptr_t>(0x1234));
     g_hParentWindow = before;
     EXPECT_EQ(SOCKS_BindEx(s, "127.0.0.1", 4321, nullptr, AF_INET), WSAENOTSOCK);
+    EXPECT_EQ(WSAGetLastError(), 0);
     EXPECT_EQ(SOCKS_BindEx(INVALID_SOCKET, "127.0.0.1", 4321, nullptr, AF_INET), WSAENOTSOCK);
     EXPECT_EQ(g_hParentWindow, before);
     ASSERT_NE(Find(s), nullptr);
     EXPECT_EQ(Find(s)->state, kIdle);
     g_hParentWindow = nullptr;
+    DeleteConfigSets();
+    dxtest::ClearSettingsStore();
 }
 
 // ---- SOCKS_ConnectEx twice, SOCKS_SetProxyEx, SOCKS_SetProtocolVersion ----

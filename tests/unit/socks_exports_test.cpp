@@ -2,20 +2,30 @@
 #include <gtest/gtest.h>
 
 #include "bench.h"
+#include "config_sets.h"
 #include "lifecycle.h"
 #include "proxy_socket_factory.h"
 #include "proxy_socket_manager.h"
 #include "socks_api.h"
 #include "socks_socket.h"
+#include "test_helpers.h"
 
 namespace {
 
 class SocksExportsTest : public ::testing::Test {
 protected:
-    void SetUp() override { g_pProxySocketManager = new CProxySocketManager(MakeProxySocket); }
+    // A socket without a proxy determines: with nothing configured and no UI library beside "this
+    // library" (the stand-in), the first-use prompt is a declined one.
+    void SetUp() override {
+        dxtest::ClearSettingsStore();
+        DeleteConfigSets();
+        g_pProxySocketManager = new CProxySocketManager(MakeProxySocket);
+    }
     void TearDown() override {
         delete g_pProxySocketManager;
         g_pProxySocketManager = nullptr;
+        DeleteConfigSets();
+        dxtest::ClearSettingsStore();
     }
     // Any window handle value will do: the library only stores it.
     HWND Window(uintptr_t value) { return reinterpret_cast<HWND>(value); }
@@ -33,9 +43,11 @@ TEST_F(SocksExportsTest, ConnectExWritesTheParentWindowInEveryCase) {
     closesocket(s);
 }
 
-TEST_F(SocksExportsTest, SocketWithoutAProxyStaysIdle) {
+TEST_F(SocksExportsTest, SocketWithoutAProxyStaysIdleWhenTheFirstUsePromptIsDeclined) {
     SOCKET s = dxtest::MakeTcpSocket();
+    WSASetLastError(4242);
     EXPECT_EQ(SOCKS_ConnectEx(s, "127.0.0.1", 80, nullptr, AF_INET), -1);
+    EXPECT_EQ(WSAGetLastError(), 1223);
     auto object = g_pProxySocketManager->FindSocket(s).As<CSocksSocket>();
     ASSERT_NE(object, nullptr);
     EXPECT_EQ(object->state, kIdle);
