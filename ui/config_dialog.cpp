@@ -51,7 +51,7 @@ struct DialogFamily {
     int (*readFromRegistry)();
     int (*writeConfiguration)();
     // The cell text of the list's first two columns, touched only on the dialog's thread.
-    char* cell;
+    char (*cell)[kCellTextSize];
     // Simple view only, full view only: the main dialog's controls that each view shows.
     const int* simpleControls;
     int simpleCount;
@@ -89,7 +89,7 @@ const DialogFamily kSocksDialog = {
     "KVT_Verdane_SOCKS_Configuration", IDS_SOCKS_DIALOG_OPEN, IDS_SOCKS_DIALOG_TITLE, kXmlRegistrySocks,
     []() -> CProxyMapSet* { return EnsureSet(g_pSocksConfig); }, CSocksConfig::NewMap,
     []() { return g_pSocksConfig->ReadFromXml(); }, []() { return g_pSocksConfig->ReadFromRegistry(); },
-    []() { return g_pSocksConfig->WriteConfiguration(); }, g_socksCell, kSocksSimple,
+    []() { return g_pSocksConfig->WriteConfiguration(); }, &g_socksCell, kSocksSimple,
     static_cast<int>(sizeof kSocksSimple / sizeof kSocksSimple[0]), kSocksFull,
     static_cast<int>(sizeof kSocksFull / sizeof kSocksFull[0]), kSocksProxy,
     static_cast<int>(sizeof kSocksProxy / sizeof kSocksProxy[0]),
@@ -100,7 +100,7 @@ const DialogFamily kHttpDialog = {
     "KVT_Verdane_HTTP_Configuration", IDS_HTTP_DIALOG_OPEN, IDS_HTTP_DIALOG_TITLE, kXmlRegistryHttp,
     []() -> CProxyMapSet* { return EnsureSet(g_pHttpConfig); }, CHttpConfig::NewMap,
     []() { return g_pHttpConfig->ReadFromXml(); }, []() { return g_pHttpConfig->ReadFromRegistry(); },
-    []() { return g_pHttpConfig->WriteConfiguration(); }, g_httpCell, kHttpSimple,
+    []() { return g_pHttpConfig->WriteConfiguration(); }, &g_httpCell, kHttpSimple,
     static_cast<int>(sizeof kHttpSimple / sizeof kHttpSimple[0]), kHttpFull,
     static_cast<int>(sizeof kHttpFull / sizeof kHttpFull[0]), kHttpProxy,
     static_cast<int>(sizeof kHttpProxy / sizeof kHttpProxy[0]),
@@ -200,6 +200,24 @@ void FillVersionCombo(HWND dialog, const CProxyMap* record) {
         SendMessageW(combo, CB_ADDSTRING, 0, reinterpret_cast<LPARAM>(entry));
     }
     SelectVersion(dialog, record);
+}
+
+// A dialog's context: handed over as the creation parameter and kept in the window's user slot from
+// WM_INITDIALOG on; null for a message that comes before.
+template <typename Context>
+Context* DialogContext(HWND dialog, UINT message, LPARAM lParam) {
+    if (message == WM_INITDIALOG) {
+        SetWindowLongPtrA(dialog, DWLP_USER, lParam);
+        return reinterpret_cast<Context*>(lParam);
+    }
+    return reinterpret_cast<Context*>(GetWindowLongPtrA(dialog, DWLP_USER));
+}
+
+// WM_SYSCOMMAND of either dialog: context help opens the family's page and answers -1.
+INT_PTR HelpCommand(HWND dialog, WPARAM command, DWORD helpId) {
+    if ((command & 0xFFF0) != SC_CONTEXTHELP) return 0;
+    ShowHelp(dialog, helpId);
+    return -1;
 }
 
 // ----- The main dialog -----
@@ -374,7 +392,7 @@ void MoveMap(ConfigDialogContext* context, int step) {
 void CellText(const DialogFamily& family, NMLVDISPINFOA* info) {
     const auto* record = reinterpret_cast<const CProxyMap*>(info->item.lParam);
     if (record == nullptr || (info->item.mask & LVIF_TEXT) == 0) return;
-    auto& cell = *reinterpret_cast<char(*)[kCellTextSize]>(family.cell);
+    char(&cell)[kCellTextSize] = *family.cell;
     switch (info->item.iSubItem) {
     case 0: {
         // The joined text may be longer than the cell: at most 63 bytes of it go there.
@@ -515,26 +533,19 @@ INT_PTR MainNotify(ConfigDialogContext* context, const NMHDR* header) {
 }
 
 INT_PTR CALLBACK MainDialogProcedure(HWND dialog, UINT message, WPARAM wParam, LPARAM lParam) {
-    if (message == WM_INITDIALOG) {
-        SetWindowLongPtrA(dialog, DWLP_USER, lParam);
-        auto* context = reinterpret_cast<ConfigDialogContext*>(lParam);
-        if (context != nullptr) InitialiseMain(context, dialog);
-        return 0;
-    }
-    auto* context = reinterpret_cast<ConfigDialogContext*>(GetWindowLongPtrA(dialog, DWLP_USER));
+    auto* context = DialogContext<ConfigDialogContext>(dialog, message, lParam);
     if (context == nullptr) return 0;
     switch (message) {
+    case WM_INITDIALOG:
+        InitialiseMain(context, dialog);
+        return 0;
     case WM_COMMAND:
         MainCommand(context, LOWORD(wParam));
         return 0;
     case WM_NOTIFY:
         return MainNotify(context, reinterpret_cast<const NMHDR*>(lParam));
     case WM_SYSCOMMAND:
-        if ((wParam & 0xFFF0) == SC_CONTEXTHELP) {
-            ShowHelp(dialog, context->helpId);
-            return -1;
-        }
-        return 0;
+        return HelpCommand(dialog, wParam, context->helpId);
     default:
         return 0;
     }
@@ -644,15 +655,12 @@ void GatherMap(MapDialogContext* context, int result) {
 }
 
 INT_PTR CALLBACK MapDialogProcedure(HWND dialog, UINT message, WPARAM wParam, LPARAM lParam) {
-    if (message == WM_INITDIALOG) {
-        SetWindowLongPtrA(dialog, DWLP_USER, lParam);
-        auto* context = reinterpret_cast<MapDialogContext*>(lParam);
-        if (context != nullptr) InitialiseMap(context, dialog);
-        return 1;
-    }
-    auto* context = reinterpret_cast<MapDialogContext*>(GetWindowLongPtrA(dialog, DWLP_USER));
+    auto* context = DialogContext<MapDialogContext>(dialog, message, lParam);
     if (context == nullptr) return 0;
     switch (message) {
+    case WM_INITDIALOG:
+        InitialiseMap(context, dialog);
+        return 1;
     case WM_COMMAND:
         switch (LOWORD(wParam)) {
         case IDOK:
@@ -676,11 +684,7 @@ INT_PTR CALLBACK MapDialogProcedure(HWND dialog, UINT message, WPARAM wParam, LP
         }
         return 0;
     case WM_SYSCOMMAND:
-        if ((wParam & 0xFFF0) == SC_CONTEXTHELP) {
-            ShowHelp(dialog, context->helpId);
-            return -1;
-        }
-        return 0;
+        return HelpCommand(dialog, wParam, context->helpId);
     default:
         return 0;
     }

@@ -325,7 +325,9 @@ TEST_F(ResourceStringsTest, EachDialogTemplateHoldsItsFamilysControls) {
             EXPECT_EQ(dialog.controls[1043].className, kComboAtom);
             EXPECT_EQ(dialog.controls[1043].style & 0xF, static_cast<DWORD>(CBS_DROPDOWNLIST));
         }
-        if (dialog.controls.count(1021) != 0) EXPECT_EQ(dialog.controls[1021].style & ES_NUMBER, 0u);
+        if (dialog.controls.count(1021) != 0) {
+            EXPECT_EQ(dialog.controls[1021].style & ES_NUMBER, 0u);
+        }
         if (!t.main) {
             EXPECT_EQ(dialog.controls[1005].className, kComboAtom);
             EXPECT_EQ(dialog.controls[1005].style & 0xF, static_cast<DWORD>(CBS_DROPDOWN));
@@ -357,15 +359,16 @@ TEST_F(ResourceStringsTest, TheArrowButtonsAreImageButtonsThatKeepTheFocus) {
         ASSERT_TRUE(dialog.found);
         const TemplateControl& up = dialog.controls[1026];
         const TemplateControl& down = dialog.controls[1027];
-        EXPECT_EQ(up.className, "SocksImageButtonClass");
-        EXPECT_EQ(down.className, "SocksImageButtonClass");
+        // Window class names compare without regard to case; the resource compiler writes them in capitals.
+        EXPECT_EQ(lstrcmpiA(up.className.c_str(), "SocksImageButtonClass"), 0) << up.className;
+        EXPECT_EQ(lstrcmpiA(down.className.c_str(), "SocksImageButtonClass"), 0) << down.className;
         EXPECT_NE(up.style & 0x2, 0u);
         EXPECT_EQ(down.style & 0x2, 0u);
         EXPECT_EQ(up.style & 0x20, 0u);
         EXPECT_EQ(down.style & 0x20, 0u);
         EXPECT_NE(up.style & WS_TABSTOP, 0u);
         EXPECT_NE(down.style & WS_TABSTOP, 0u);
-        EXPECT_EQ(dialog.controls[1016].className, "SysListView32");
+        EXPECT_EQ(lstrcmpiA(dialog.controls[1016].className.c_str(), "SysListView32"), 0);
     }
 }
 

@@ -127,7 +127,9 @@ protected:
     }
     // Writes `settings` (none: no file), runs the child case, and keeps the file's bytes as they were.
     void Run(const std::string& child, const std::string& settings = "") {
-        if (!settings.empty()) ASSERT_TRUE(dxtest::WriteSettingsBytes(settings));
+        if (!settings.empty()) {
+            ASSERT_TRUE(dxtest::WriteSettingsBytes(settings));
+        }
         before = dxtest::ReadSettingsBytes();
         dxtest::ExpectFreshCasePasses("ConfigDialogChild.DISABLED_" + child, 90000);
     }
@@ -235,7 +237,8 @@ TEST_F(ConfigDialogTest, TheMapDialogTrimsTheUserAndLimitsThePort) {
 }
 
 TEST_F(ConfigDialogTest, VersionSixSelectsNothingAndIsStoredAsThree) {
-    Run("VersionSix", File(Socks("1", Map("1", "a.example", "*", "p.example", "1080", "Guest", "6") + SocksDefault())));
+    Run("VersionSix", File(Socks("1", Map("1", "a.example", "*", "p.example", "1080", "Guest", "6") +
+                                          Map("Default", "*", "*", "d.example", "1080", "Guest", "0"))));
     std::vector<FileMap> maps = FileMaps("SOCKS");
     ASSERT_EQ(maps.size(), 2u);
     EXPECT_EQ(maps[0].values["ProtocolVersion"], "3");
@@ -286,7 +289,9 @@ TEST_F(ConfigDialogTest, ACorruptFileWithoutRegistryKeysOpensWithOneDefaultMap) 
 // A map of the older registry store, with a proxy.
 void PutRegistryMap(const std::string& key, const std::string& destination, const std::string& proxy) {
     using dxtest::Hive;
-    if (!destination.empty()) ASSERT_TRUE(dxtest::PutText(Hive::kUser, key, "Destination Address", destination));
+    if (!destination.empty()) {
+        ASSERT_TRUE(dxtest::PutText(Hive::kUser, key, "Destination Address", destination));
+    }
     ASSERT_TRUE(dxtest::PutText(Hive::kUser, key, "Proxy Address", proxy));
     ASSERT_TRUE(dxtest::PutNumber(Hive::kUser, key, "Use Proxy", 1));
 }
@@ -640,6 +645,17 @@ TEST(ConfigDialogChild, DISABLED_VersionSix) {
         EXPECT_EQ(SendDlgItemMessageA(map, IDC_PROTOCOL_VERSION, CB_GETCOUNT, 0, 0), 2);
         Press(map, IDOK);
         ASSERT_TRUE(dxtest::Closes(map));
+        // A version of 0 shows as version 4.
+        dxtest::SelectRow(dialog, 1);
+        Press(dialog, IDC_EDIT);
+        map = dxtest::MapDialog(thread);
+        ASSERT_NE(map, nullptr);
+        EXPECT_EQ(dxtest::ComboSelection(map, IDC_PROTOCOL_VERSION), 0);
+        // The default map's destination is not to be edited.
+        EXPECT_FALSE(Enabled(map, IDC_DESTINATION_ADDRESS));
+        EXPECT_FALSE(Enabled(map, IDC_DESTINATION_PORT));
+        Press(map, IDCANCEL);
+        ASSERT_TRUE(dxtest::Closes(map));
         Press(dialog, IDOK);
     });
     EXPECT_EQ(result, 1);
@@ -761,8 +777,9 @@ TEST(ConfigDialogChild, DISABLED_CorruptWithKeys) {
         HWND dialog = dxtest::MainDialog(thread);
         ASSERT_NE(dialog, nullptr);
         ExpectSocksView(dialog, false);
-        EXPECT_EQ(Rows(dialog), (std::vector<Row>{{"sock.example:Any", "sp.example", "Guest"},
-                                                  {kAnyDestination, "sdef.example", "Guest"}}));
+        // Read from the registry, which holds no user.
+        EXPECT_EQ(Rows(dialog), (std::vector<Row>{{"sock.example:Any", "sp.example", ""},
+                                                  {kAnyDestination, "sdef.example", ""}}));
         dxtest::SelectRow(dialog, 0);
         Press(dialog, IDC_EDIT);
         HWND map = dxtest::MapDialog(thread);

@@ -8,6 +8,7 @@
 
 #include <cstdint>
 #include <functional>
+#include <ostream>
 #include <string>
 #include <vector>
 
@@ -34,6 +35,9 @@ struct Row {
         return destination == other.destination && proxy == other.proxy && user == other.user;
     }
 };
+inline void PrintTo(const Row& row, std::ostream* out) {
+    *out << "{\"" << row.destination << "\", \"" << row.proxy << "\", \"" << row.user << "\"}";
+}
 std::vector<Row> Rows(HWND dialog);
 int SelectedRow(HWND dialog);
 void SelectRow(HWND dialog, int row);
