@@ -340,22 +340,3 @@ void FitComboDropHeight(HWND combo, int maxLines) {
         SendMessageA(combo, CB_SETEDITSEL, 0, 65535);
     }
 }
-
-CommonControlsActivation::CommonControlsActivation(HMODULE module) {
-    char path[MAX_PATH];
-    DWORD length = GetModuleFileNameA(module, path, sizeof path);
-    if (length == 0 || length >= sizeof path) return;
-    ACTCTXA request = {};
-    request.cbSize = sizeof request;
-    request.dwFlags = ACTCTX_FLAG_HMODULE_VALID | ACTCTX_FLAG_RESOURCE_NAME_VALID;
-    request.lpSource = path;
-    request.hModule = module;
-    request.lpResourceName = MAKEINTRESOURCEA(2);
-    context = CreateActCtxA(&request);
-    if (context != INVALID_HANDLE_VALUE) active = ActivateActCtx(context, &cookie) != FALSE;
-}
-
-CommonControlsActivation::~CommonControlsActivation() {
-    if (active) DeactivateActCtx(0, cookie);
-    if (context != INVALID_HANDLE_VALUE) ReleaseActCtx(context);
-}

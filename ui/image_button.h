@@ -15,18 +15,3 @@ bool ImageButtonClassRegistered();
 
 // Sizes a combo box's window so that its drop-down list shows its items, at most `maxLines`.
 void FitComboDropHeight(HWND combo, int maxLines);
-
-// Activates this library's common-controls 6 manifest (resource 2) on the calling thread while it
-// lives; open dialogs inside one, else the native buttons show no image. Failures leave it inert.
-class CommonControlsActivation {
-public:
-    explicit CommonControlsActivation(HMODULE module);
-    ~CommonControlsActivation();
-    CommonControlsActivation(const CommonControlsActivation&) = delete;
-    CommonControlsActivation& operator=(const CommonControlsActivation&) = delete;
-
-private:
-    HANDLE context = INVALID_HANDLE_VALUE;
-    ULONG_PTR cookie = 0;
-    bool active = false;
-};

@@ -11,36 +11,11 @@ namespace setui {
 
 namespace {
 
-// Posted by a time-out; the prompt's own thread turns it into the end of the dialog.
-constexpr UINT kTimeOutMessage = WM_APP + 1;
-
 // Open prompts of the whole process: any thread may time them out. The count of time-outs lets a
 // prompt that was still being made when one arrived end as well.
 SRWLOCK g_openLock = SRWLOCK_INIT;
 std::vector<HWND> g_openPrompts;
 unsigned g_timeOuts = 0;
-
-unsigned TimeOutsSoFar() {
-    AcquireSRWLockShared(&g_openLock);
-    unsigned count = g_timeOuts;
-    ReleaseSRWLockShared(&g_openLock);
-    return count;
-}
-
-// Registers an open prompt; true if a time-out came since `timeOutsAtStart`.
-bool AddOpen(HWND dialog, unsigned timeOutsAtStart) {
-    AcquireSRWLockExclusive(&g_openLock);
-    g_openPrompts.push_back(dialog);
-    bool missed = g_timeOuts != timeOutsAtStart;
-    ReleaseSRWLockExclusive(&g_openLock);
-    return missed;
-}
-
-void RemoveOpen(HWND dialog) {
-    AcquireSRWLockExclusive(&g_openLock);
-    g_openPrompts.erase(std::remove(g_openPrompts.begin(), g_openPrompts.end(), dialog), g_openPrompts.end());
-    ReleaseSRWLockExclusive(&g_openLock);
-}
 
 struct PromptState {
     const PasswordRequest* request;
@@ -102,7 +77,7 @@ void Initialise(HWND dialog, PromptState* state) {
     const PasswordRequest& request = *state->request;
     bool http = request.family == 1;
     SetWindowLongPtrA(dialog, DWLP_USER, reinterpret_cast<LONG_PTR>(state));
-    if (AddOpen(dialog, state->timeOutsAtStart)) PostMessageA(dialog, kTimeOutMessage, 0, 0);
+    if (AddOpenPrompt(dialog, state->timeOutsAtStart)) PostMessageA(dialog, kTimeOutMessage, 0, 0);
     SetString(dialog, SETUI_IDC_MESSAGE, http ? SETUI_IDS_MESSAGE_HTTP : SETUI_IDS_MESSAGE_SOCKS);
     SetDlgItemTextA(dialog, SETUI_IDC_USER, request.user != nullptr ? request.user : "");
     SetDlgItemTextA(dialog, SETUI_IDC_ADDRESS, request.address != nullptr ? request.address : "");
@@ -136,7 +111,7 @@ INT_PTR CALLBACK PromptProcedure(HWND dialog, UINT message, WPARAM wParam, LPARA
         EndPrompt(dialog, state, SETUI_RESULT_TIMED_OUT);
         return TRUE;
     case WM_DESTROY:
-        RemoveOpen(dialog);
+        RemoveOpenPrompt(dialog);
         return FALSE;
     default:
         return FALSE;
@@ -162,6 +137,27 @@ DWORD RunPasswordPrompt(HWND owner, const PasswordRequest& request, char** passw
     FreePassword(state.password);
     return result == SETUI_RESULT_CANCELLED || result == SETUI_RESULT_TIMED_OUT ? static_cast<DWORD>(result)
                                                                                 : SETUI_RESULT_FAILED;
+}
+
+unsigned TimeOutsSoFar() {
+    AcquireSRWLockShared(&g_openLock);
+    unsigned count = g_timeOuts;
+    ReleaseSRWLockShared(&g_openLock);
+    return count;
+}
+
+bool AddOpenPrompt(HWND dialog, unsigned timeOutsAtStart) {
+    AcquireSRWLockExclusive(&g_openLock);
+    g_openPrompts.push_back(dialog);
+    bool missed = g_timeOuts != timeOutsAtStart;
+    ReleaseSRWLockExclusive(&g_openLock);
+    return missed;
+}
+
+void RemoveOpenPrompt(HWND dialog) {
+    AcquireSRWLockExclusive(&g_openLock);
+    g_openPrompts.erase(std::remove(g_openPrompts.begin(), g_openPrompts.end(), dialog), g_openPrompts.end());
+    ReleaseSRWLockExclusive(&g_openLock);
 }
 
 void TimeOutOpenPrompts() {

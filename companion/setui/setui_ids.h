@@ -1,5 +1,5 @@
-/* Ids of the password prompt of pxmSetUI.dll, shared by its dialog template and by tests that find and
-   drive the prompt. Plain defines only: read by C, C++ and the resource compiler. */
+/* Ids of the prompts of pxmSetUI.dll, shared by their dialog templates and by tests that find and
+   drive them. Plain defines only: read by C, C++ and the resource compiler. */
 #ifndef SETUI_IDS_H
 #define SETUI_IDS_H
 
@@ -27,5 +27,20 @@
 #define SETUI_IDS_TITLE_HTTP 2
 #define SETUI_IDS_MESSAGE_SOCKS 3
 #define SETUI_IDS_MESSAGE_HTTP 4
+
+/* The first-use prompt (PXMSETUIDLL_DxsocksConfig): a program wants a proxy and none is configured.
+   A dialog of class "#32770" with one of these titles, family 1 HTTP, any other SOCKS; the title is
+   set last. Configure runs the family's editor of the loaded DXSOCKS.DLL; its results are the
+   SETUI_RESULT_... values: OK when the editor saved, CANCELLED for Cancel, Esc, the close box or no
+   editor to run, TIMED_OUT when PXMSETUIDLL_OnTimeout closed it and the editor it opened. */
+#define SETUI_TITLE_CONFIG_SOCKS "SOCKS proxy not configured"
+#define SETUI_TITLE_CONFIG_HTTP "HTTP proxy not configured"
+#define SETUI_IDD_CONFIG 101
+#define SETUI_IDC_CONFIG_MESSAGE 1011 /* static: the program's file name and what it wants */
+#define SETUI_IDC_CONFIGURE 1012      /* button: runs the editor */
+#define SETUI_IDS_CONFIG_TITLE_SOCKS 5
+#define SETUI_IDS_CONFIG_TITLE_HTTP 6
+#define SETUI_IDS_CONFIG_MESSAGE_SOCKS 7 /* follows the program's file name */
+#define SETUI_IDS_CONFIG_MESSAGE_HTTP 8
 
 #endif /* SETUI_IDS_H */

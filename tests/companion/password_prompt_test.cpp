@@ -333,8 +333,4 @@ TEST_F(PasswordPromptTest, NoTextPointerOrNoRoomGivesNoPromptAndNotOne) {
     freeString(nullptr);
 }
 
-TEST_F(PasswordPromptTest, TheConfigurationPromptIsNotOfferedYet) {
-    EXPECT_EQ(GetProcAddress(setui, "PXMSETUIDLL_DxsocksConfig"), nullptr);
-}
-
 }  // namespace

@@ -391,4 +391,21 @@ TEST_F(ImageButtonTest, WithBitFiveAMouseClickLeavesTheKeyboardFocusWhereItWas) 
     EXPECT_EQ(GetFocus(), Inner(kDown));
 }
 
+TEST_F(ImageButtonTest, HoverTakesTheCaptureAndLeavingLetsItGo) {
+    if (NativeExpected()) GTEST_SKIP() << "the system button tracks the mouse itself";
+    OpenDialog();
+    HWND inner = Inner(kDown);
+    RECT rect;
+    GetWindowRect(inner, &rect);
+    SetCursorPos(rect.left + 2, rect.top + 2);
+    SendMessageA(inner, WM_MOUSEMOVE, 0, MAKELPARAM(2, 2));
+    EXPECT_EQ(GetCapture(), inner);
+    // Still over it: the capture stays.
+    SendMessageA(inner, WM_MOUSEMOVE, 0, MAKELPARAM(3, 3));
+    EXPECT_EQ(GetCapture(), inner);
+    SetCursorPos(rect.right + 50, rect.bottom + 50);
+    SendMessageA(inner, WM_MOUSEMOVE, 0, MAKELPARAM(60, 60));
+    EXPECT_EQ(GetCapture(), nullptr);
+}
+
 }  // namespace
