@@ -3,6 +3,7 @@
 // asks the host's password callback, and the determination exports by name and ordinal.
 #include <gtest/gtest.h>
 
+#include <stdexcept>
 #include <string>
 
 #include "answering_passwords.h"
@@ -119,6 +120,40 @@ TEST_F(SocketDeterminationTest, DirectMapFailsTheConnectAndTheBindWithoutTouchin
     WSASetLastError(4242);
     EXPECT_EQ(HTTP_BindEx(s, "127.0.0.1", echo, nullptr, AF_INET), WSAENOTSOCK);
     EXPECT_EQ(WSAGetLastError(), 0);
+}
+
+// A number in the file that is none raises out of the DLL, which this MinGW C++ host catches; the
+// family is free again, so the next call raises too instead of waiting for ever.
+TEST_F(SocketDeterminationTest, CountThatIsNoNumberRaisesThroughTheDllAtEveryCall) {
+    ASSERT_TRUE(dxtest::WriteSettingsBytes(dxtest::kSettingsHead +
+                                           dxtest::SettingsElement(dxtest::ProxyElement("SOCKS", "x", kDirect) +
+                                                                   dxtest::ProxyElement("HTTP", "x", kDirect))));
+    for (int round = 0; round < 2; ++round) {
+        SCOPED_TRACE(round);
+        bool raised = false;
+        EXPECT_TRUE(dxtest::ReturnsWithin(10000, [&] {
+            try {
+                int family = AF_INET;
+                sockaddr_in proxy = {};
+                char user[16] = {};
+                unsigned basic = 0;
+                HTTP_DetermineProxyEx("example.com", 80, &proxy, sizeof proxy, user, sizeof user, &basic, &family);
+            } catch (const std::invalid_argument&) {
+                raised = true;
+            }
+        }));
+        EXPECT_TRUE(raised);
+    }
+    // A connect that determines raises the same way, and the socket stays without a proxy.
+    bool raised = false;
+    EXPECT_TRUE(dxtest::ReturnsWithin(10000, [&] {
+        try {
+            SOCKS_ConnectEx(s, "127.0.0.1", echo, nullptr, AF_INET);
+        } catch (const std::invalid_argument&) {
+            raised = true;
+        }
+    }));
+    EXPECT_TRUE(raised);
 }
 
 TEST_F(SocketDeterminationTest, DeterminationExportsStandAtTheirOrdinals) {
