@@ -29,7 +29,7 @@ void ShowShimWarning(HWND owner) {
     // A missing caption alone still shows the box, under an empty title.
     g_resourceLibrary.LoadResourceString(IDS_SHIM_TITLE, caption, kShimTextSize);
     if (g_resourceLibrary.LoadResourceString(IDS_SHIM_WARNING, text, kShimTextSize) == 0) return;
-    // Kept: the stop icon, though the warning was meant with the exclamation mark (48).
+    // Kept: the stop icon (16); the exclamation mark (48) that the warning was meant with is not used.
     MessageBoxA(owner, text, caption, kShimBoxStyle);
 }
 

@@ -71,6 +71,26 @@ run 0 -X -t http -k ok
 [ "$(wc -l <"$work/out.txt")" -ge 2 ] && sed -n 2p "$work/out.txt" | grep -q '^<' || {
   echo "-X OK printed no XML: $(cat "$work/out.txt")"; exit 1; }
 
+# A SOCKS editor open in another program: a second one shows the busy box instead, whose OK gives 0
+# though -k asked for OK; the HTTP editor opens beside it.
+rm -f "$work/go"
+timeout 60 wine "$exe" -t socks -r -w "Z:$work/go" -k cancel >"$work/first" 2>&1 &
+first=$!
+for _ in $(seq 1 300); do
+  grep -q '^dialog ' "$work/first" 2>/dev/null && break
+  sleep 0.1
+done
+grep -q '^dialog ' "$work/first" || { echo "the first SOCKS editor did not show"; kill "$first"; exit 1; }
+run 1 -t socks -k ok
+[ "$(cat "$work/out.txt")" = "result 0" ] || { echo "beside an open editor printed: $(cat "$work/out.txt")"; exit 1; }
+run 0 -t http -k ok
+[ "$(first_line)" = "result 1" ] || { echo "the HTTP editor beside SOCKS printed: $(cat "$work/out.txt")"; exit 1; }
+touch "$work/go"
+wait "$first" || true
+[ "$(tr -d '\r' <"$work/first" | sed -n 2p)" = "result 0" ] || { echo "the first editor printed: $(cat "$work/first")"; exit 1; }
+# Closed, it no longer stands in the way.
+run 0 -t socks -k ok
+
 # Usage errors.
 run 2 -t ftp
 run 2 -k maybe

@@ -9,7 +9,6 @@
 #include <vector>
 
 #include "copied_program.h"
-#include "dxsocks_ids.h"
 #include "http_api.h"
 #include "log_capture.h"
 #include "module_files.h"
