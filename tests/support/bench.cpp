@@ -9,6 +9,7 @@
 #include <map>
 #include <sstream>
 #include <stdexcept>
+#include <string>
 #include <vector>
 
 namespace dxtest {
@@ -46,11 +47,23 @@ const std::map<std::string, std::string>& BenchFile() {
 
 // One control request, one answer line.
 std::string Control(const std::string& request) {
-    SOCKET s = MakeTcpSocket();
     sockaddr_in address = Loopback(BenchPort("CONTROL_PORT"));
-    if (connect(s, reinterpret_cast<sockaddr*>(&address), sizeof address) != 0) {
-        closesocket(s);
-        throw std::runtime_error("fake proxy control port refused");
+    // A busy machine now and then fails a loopback connect the next try makes: a few tries, and the
+    // last error in the message.
+    SOCKET s = INVALID_SOCKET;
+    int error = 0;
+    for (int attempt = 0; attempt < 5 && s == INVALID_SOCKET; ++attempt) {
+        if (attempt > 0) Sleep(200);
+        s = MakeTcpSocket();
+        if (connect(s, reinterpret_cast<sockaddr*>(&address), sizeof address) != 0) {
+            error = WSAGetLastError();
+            closesocket(s);
+            s = INVALID_SOCKET;
+        }
+    }
+    if (s == INVALID_SOCKET) {
+        throw std::runtime_error("fake proxy control port refused five connects, the last with WinSock error " +
+                                 std::to_string(error));
     }
     SendAll(s, request + "\n");
     std::string answer;
