@@ -15,7 +15,7 @@
 
 namespace {
 
-enum ExitCode { kExitOk = 0, kExitNotSaved = 1, kExitUsage = 2, kExitSetup = 3 };
+enum ExitCode { kExitOk = 0, kExitNotSaved = 1, kExitUsage = kToolExitUsage, kExitSetup = 3 };
 
 const char kUsage[] =
     "Usage: dxconfig [options]\n"
@@ -55,43 +55,47 @@ struct Options {
     bool verbose = false;
 };
 
-int UsageError(const std::string& message) {
-    std::fprintf(stderr, "dxconfig: %s\nTry 'dxconfig -h' for help.\n", message.c_str());
-    return kExitUsage;
-}
+int UsageError(const std::string& message) { return ToolUsageError("dxconfig", message); }
 
 // Returns -1 when the command line is good, else the exit code (0 after -h).
 int ParseOptions(int argc, char** argv, Options* o) {
     for (int i = 1; i < argc; ++i) {
         const std::string arg = argv[i];
         if (arg.size() < 2 || arg[0] != '-') return UsageError("unexpected argument " + arg);
-        const char flag = arg[1];
-        if (std::strchr("hXfrv", flag) != nullptr) {
-            if (arg.size() != 2) return UsageError("unknown option " + arg);
-            if (flag == 'h') {
+        const OptionWord word = ReadOptionWord("hXfrv", "twk", argc, argv, &i);
+        if (!word.fault.empty()) return UsageError(word.fault);
+        const std::string& value = word.value;
+        switch (word.flag) {
+            case 'h':
                 std::fputs(kUsage, stdout);
                 return kExitOk;
-            }
-            if (flag == 'X') o->xml = true;
-            else if (flag == 'f') o->full = true;
-            else if (flag == 'r') o->printRect = true;
-            else o->verbose = true;
-            continue;
-        }
-        if (std::strchr("twk", flag) == nullptr) return UsageError("unknown option " + arg);
-        std::string value;
-        if (!OptionValue(arg, argc, argv, &i, &value)) return UsageError(std::string("option -") + flag + " needs a value");
-        if (flag == 't') {
-            if (value != "socks" && value != "http") return UsageError("unknown type " + value);
-            o->http = value == "http";
-        } else if (flag == 'w') {
-            o->waitFile = value;
-        } else if (value == "ok") {
-            o->press = IDOK;
-        } else if (value == "cancel") {
-            o->press = IDCANCEL;
-        } else {
-            return UsageError("unknown button " + value);
+            case 'X':
+                o->xml = true;
+                break;
+            case 'f':
+                o->full = true;
+                break;
+            case 'r':
+                o->printRect = true;
+                break;
+            case 'v':
+                o->verbose = true;
+                break;
+            case 't':
+                if (value != "socks" && value != "http") return UsageError("unknown type " + value);
+                o->http = value == "http";
+                break;
+            case 'w':
+                o->waitFile = value;
+                break;
+            default:
+                if (value == "ok") {
+                    o->press = IDOK;
+                } else if (value == "cancel") {
+                    o->press = IDCANCEL;
+                } else {
+                    return UsageError("unknown button " + value);
+                }
         }
     }
     return -1;

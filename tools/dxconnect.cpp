@@ -22,7 +22,7 @@
 
 namespace {
 
-enum ExitCode { kExitOk = 0, kExitConnectFailed = 1, kExitUsage = 2, kExitSetup = 3 };
+enum ExitCode { kExitOk = 0, kExitConnectFailed = 1, kExitUsage = kToolExitUsage, kExitSetup = 3 };
 
 const char kUsage[] =
     "Usage: dxconnect [options] DEST_HOST DEST_PORT\n"
@@ -94,10 +94,7 @@ const char *TypeName(ProxyType type) { return kTypeNames[static_cast<int>(type)]
 
 bool ParsePort(const std::string &text, unsigned *port) { return ReadDecimal(text, 1, 65535, port); }
 
-int UsageError(const std::string &message) {
-    std::fprintf(stderr, "dxconnect: %s\nTry 'dxconnect -h' for help.\n", message.c_str());
-    return kExitUsage;
-}
+int UsageError(const std::string &message) { return ToolUsageError("dxconnect", message); }
 
 // Returns -1 when the command line is good, else the exit code (0 after -h).
 int ParseOptions(int argc, char **argv, Options *o) {
@@ -126,22 +123,21 @@ int ParseOptions(int argc, char **argv, Options *o) {
             o->showConfig = true;
             continue;
         }
-        const char flag = arg[1];
-        if (std::strchr("hvnd", flag) != nullptr) {
-            if (arg.size() != 2) return UsageError("unknown option " + arg);
-            if (flag == 'h') {
-                std::fputs(kUsage, stdout);
-                return kExitOk;
-            }
-            if (flag == 'v') o->verbose = true;
-            else if (flag == 'd') o->determineOnly = true;
-            else o->nonBlocking = true;
-            continue;
+        const OptionWord word = ReadOptionWord("hvnd", "txupwr", argc, argv, &i);
+        if (!word.fault.empty()) return UsageError(word.fault);
+        const char flag = word.flag;
+        const std::string &value = word.value;
+        if (flag == 'h') {
+            std::fputs(kUsage, stdout);
+            return kExitOk;
         }
-        if (std::strchr("txupwr", flag) == nullptr) return UsageError("unknown option " + arg);
-        std::string value;
-        if (!OptionValue(arg, argc, argv, &i, &value)) return UsageError("option " + arg + " needs a value");
-        if (flag == 't') {
+        if (flag == 'v') {
+            o->verbose = true;
+        } else if (flag == 'd') {
+            o->determineOnly = true;
+        } else if (flag == 'n') {
+            o->nonBlocking = true;
+        } else if (flag == 't') {
             if (value == "socks4") o->type = ProxyType::Socks4;
             else if (value == "socks5") o->type = ProxyType::Socks5;
             else if (value == "http") o->type = ProxyType::Http;

@@ -18,7 +18,7 @@
 
 namespace {
 
-enum ExitCode { kExitOk = 0, kExitFailed = 1, kExitUsage = 2, kExitSetup = 3 };
+enum ExitCode { kExitOk = 0, kExitFailed = 1, kExitUsage = kToolExitUsage, kExitSetup = 3 };
 
 const char kUsage[] =
     "Usage: dxidentd [options]\n"
@@ -53,35 +53,35 @@ constexpr DWORD kMissingKeyStepMs = 20;
 // Connections served at once; more are closed at accept.
 constexpr int kMostConnections = 64;
 
-int UsageError(const std::string& message) {
-    std::fprintf(stderr, "dxidentd: %s\nTry 'dxidentd -h' for help.\n", message.c_str());
-    return kExitUsage;
-}
+int UsageError(const std::string& message) { return ToolUsageError("dxidentd", message); }
 
 // Returns -1 when the command line is good, else the exit code (0 after -h).
 int ParseOptions(int argc, char** argv, Options* o) {
     for (int i = 1; i < argc; ++i) {
         const std::string arg = argv[i];
         if (arg.size() < 2 || arg[0] != '-') return UsageError("unexpected argument " + arg);
-        const char flag = arg[1];
-        if (std::strchr("hd", flag) != nullptr) {
-            if (arg.size() != 2) return UsageError("unknown option " + arg);
-            if (flag == 'h') {
+        const OptionWord word = ReadOptionWord("hd", "ptw", argc, argv, &i);
+        if (!word.fault.empty()) return UsageError(word.fault);
+        const std::string& value = word.value;
+        switch (word.flag) {
+            case 'h':
                 std::fputs(kUsage, stdout);
                 return kExitOk;
-            }
-            o->dump = true;
-            continue;
+            case 'd':
+                o->dump = true;
+                break;
+            case 'p':
+                if (!ReadDecimal(value, 1, 65535, &o->port))
+                    return UsageError("-p: '" + value + "' is not a port from 1 to 65535");
+                break;
+            case 't':
+                if (!ReadDecimal(value, 1, 3600, &o->idleSeconds))
+                    return UsageError("-t: '" + value + "' is not a number of seconds from 1 to 3600");
+                break;
+            default:
+                if (!ReadDecimal(value, 0, 60000, &o->missingKeyWaitMs))
+                    return UsageError("-w: '" + value + "' is not a number of milliseconds from 0 to 60000");
         }
-        if (std::strchr("ptw", flag) == nullptr) return UsageError("unknown option " + arg);
-        std::string value;
-        if (!OptionValue(arg, argc, argv, &i, &value)) return UsageError("option " + arg + " needs a value");
-        if (flag == 'p' && !ReadDecimal(value, 1, 65535, &o->port))
-            return UsageError("-p: '" + value + "' is not a port from 1 to 65535");
-        if (flag == 't' && !ReadDecimal(value, 1, 3600, &o->idleSeconds))
-            return UsageError("-t: '" + value + "' is not a number of seconds from 1 to 3600");
-        if (flag == 'w' && !ReadDecimal(value, 0, 60000, &o->missingKeyWaitMs))
-            return UsageError("-w: '" + value + "' is not a number of milliseconds from 0 to 60000");
     }
     return -1;
 }

@@ -1,9 +1,21 @@
-// What the command lines of the tools share: an option's value, given as "-xVALUE" or as the next
-// word, and a decimal number within bounds.
+// What the command lines of the tools share: how a word that starts with '-' is read (a switch, or
+// an option whose value is given as "-xVALUE" or as the next word), a decimal number within bounds,
+// and the usage message.
 #pragma once
 
+#include <cstdio>
 #include <cstdlib>
+#include <cstring>
 #include <string>
+
+// Every tool exits with 2 on a bad command line.
+constexpr int kToolExitUsage = 2;
+
+// Says what is wrong with the command line of `tool` and how to get help; returns the exit code.
+inline int ToolUsageError(const char* tool, const std::string& message) {
+    std::fprintf(stderr, "%s: %s\nTry '%s -h' for help.\n", tool, message.c_str(), tool);
+    return kToolExitUsage;
+}
 
 // The value of option `arg` (argv[*i]); moves *i past a value taken from the next word. False when
 // there is none.
@@ -24,4 +36,26 @@ inline bool ReadDecimal(const std::string& text, unsigned long low, unsigned lon
     if (number < low || number > high) return false;
     *value = static_cast<unsigned>(number);
     return true;
+}
+
+// One option word (argv[*i], starting with '-'): `flag` is its letter; a letter of `valued` takes a
+// value, which moves *i past it when it is the next word; a letter of `switches` takes none. Empty
+// `fault` when the word is good, else what to tell the user.
+struct OptionWord {
+    char flag = 0;
+    std::string value;
+    std::string fault;
+};
+inline OptionWord ReadOptionWord(const char* switches, const char* valued, int argc, char** argv, int* i) {
+    const std::string arg = argv[*i];
+    OptionWord word;
+    word.flag = arg.size() >= 2 ? arg[1] : 0;
+    if (word.flag != 0 && std::strchr(switches, word.flag) != nullptr) {
+        if (arg.size() != 2) word.fault = "unknown option " + arg;
+    } else if (word.flag == 0 || std::strchr(valued, word.flag) == nullptr) {
+        word.fault = "unknown option " + arg;
+    } else if (!OptionValue(arg, argc, argv, i, &word.value)) {
+        word.fault = "option " + arg + " needs a value";
+    }
+    return word;
 }
