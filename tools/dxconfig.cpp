@@ -59,16 +59,9 @@ int UsageError(const std::string& message) { return ToolUsageError("dxconfig", m
 
 // Returns -1 when the command line is good, else the exit code (0 after -h).
 int ParseOptions(int argc, char** argv, Options* o) {
-    for (int i = 1; i < argc; ++i) {
-        const std::string arg = argv[i];
-        if (arg.size() < 2 || arg[0] != '-') return UsageError("unexpected argument " + arg);
-        const OptionWord word = ReadOptionWord("hXfrv", "twk", argc, argv, &i);
-        if (!word.fault.empty()) return UsageError(word.fault);
+    return ReadOptionWords("dxconfig", kUsage, "hXfrv", "twk", argc, argv, [o](const OptionWord& word) {
         const std::string& value = word.value;
         switch (word.flag) {
-            case 'h':
-                std::fputs(kUsage, stdout);
-                return kExitOk;
             case 'X':
                 o->xml = true;
                 break;
@@ -97,8 +90,8 @@ int ParseOptions(int argc, char** argv, Options* o) {
                     return UsageError("unknown button " + value);
                 }
         }
-    }
-    return -1;
+        return -1;
+    });
 }
 
 void LogToStream(void* context, const char* text) { std::fprintf(static_cast<FILE*>(context), "%s\n", text); }

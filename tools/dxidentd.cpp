@@ -57,16 +57,9 @@ int UsageError(const std::string& message) { return ToolUsageError("dxidentd", m
 
 // Returns -1 when the command line is good, else the exit code (0 after -h).
 int ParseOptions(int argc, char** argv, Options* o) {
-    for (int i = 1; i < argc; ++i) {
-        const std::string arg = argv[i];
-        if (arg.size() < 2 || arg[0] != '-') return UsageError("unexpected argument " + arg);
-        const OptionWord word = ReadOptionWord("hd", "ptw", argc, argv, &i);
-        if (!word.fault.empty()) return UsageError(word.fault);
+    return ReadOptionWords("dxidentd", kUsage, "hd", "ptw", argc, argv, [o](const OptionWord& word) {
         const std::string& value = word.value;
         switch (word.flag) {
-            case 'h':
-                std::fputs(kUsage, stdout);
-                return kExitOk;
             case 'd':
                 o->dump = true;
                 break;
@@ -82,8 +75,8 @@ int ParseOptions(int argc, char** argv, Options* o) {
                 if (!ReadDecimal(value, 0, 60000, &o->missingKeyWaitMs))
                     return UsageError("-w: '" + value + "' is not a number of milliseconds from 0 to 60000");
         }
-    }
-    return -1;
+        return -1;
+    });
 }
 
 // The table's word for one key: the block is opened read-only for this query and closed again.

@@ -59,3 +59,24 @@ inline OptionWord ReadOptionWord(const char* switches, const char* valued, int a
     }
     return word;
 }
+
+// A command line of option words only, as dxidentd and dxconfig have: each word goes to
+// `take(word)`, which gives -1 to go on or an exit code; -h prints `usage` and gives 0. Returns -1
+// when the whole line is good.
+template <typename Take>
+int ReadOptionWords(const char* tool, const char* usage, const char* switches, const char* valued, int argc,
+                    char** argv, Take take) {
+    for (int i = 1; i < argc; ++i) {
+        const std::string arg = argv[i];
+        if (arg.size() < 2 || arg[0] != '-') return ToolUsageError(tool, "unexpected argument " + arg);
+        const OptionWord word = ReadOptionWord(switches, valued, argc, argv, &i);
+        if (!word.fault.empty()) return ToolUsageError(tool, word.fault);
+        if (word.flag == 'h') {
+            std::fputs(usage, stdout);
+            return 0;
+        }
+        const int verdict = take(word);
+        if (verdict >= 0) return verdict;
+    }
+    return -1;
+}
