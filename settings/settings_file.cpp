@@ -39,6 +39,8 @@ struct FileStamp {
 std::mutex g_stampLock;
 FileStamp g_stamp;
 const CPXMSettings* g_stampedDocument = nullptr;
+// Counts the stamped parses; the one of g_stampedDocument.
+uint64_t g_stampSerial = 0;
 
 // The stamp of the open `file` at `path`; false when the system cannot tell.
 bool StampOf(FILE* file, const char* path, FileStamp& stamp) {
@@ -167,8 +169,14 @@ int ReadSettingsDocument() {
         std::lock_guard<std::mutex> hold(g_stampLock);
         g_stamp = stamp;
         g_stampedDocument = stamped ? document : nullptr;
+        ++g_stampSerial;
     }
     return document != nullptr ? 1 : 0;
+}
+
+uint64_t UnchangedDocumentSerial(const CPXMSettings* document) {
+    std::lock_guard<std::mutex> hold(g_stampLock);
+    return document != nullptr && document == g_stampedDocument ? g_stampSerial : 0;
 }
 
 void ForgetSettingsStamp(const CPXMSettings* document) {

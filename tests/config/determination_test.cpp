@@ -749,6 +749,39 @@ TEST_F(DeterminationTest, CorruptFileAfterAGoodReadKeepsTheOldMaps) {
     EXPECT_EQ(Text(proxy), "127.0.0.1:1083");
 }
 
+TEST_F(DeterminationTest, UnchangedFileRebuildsTheSetFromTheFilesMaps) {
+    ASSERT_TRUE(WriteProxy("127.0.0.1", "1080"));
+    int family = 2;
+    ASSERT_EQ(Socks("example.com", 80, nullptr, &family), 1);
+    // An edit of the set alone, never written: the next determination's set is the file's again.
+    auto* map = static_cast<CProxyMap*>(g_pSocksConfig->First());
+    ASSERT_NE(map, nullptr);
+    map->SetProxyPort("1090");
+    ASSERT_EQ(Socks("example.com", 80, nullptr, &family), 1);
+    EXPECT_EQ(Text(proxy), "127.0.0.1:1080");
+    map = static_cast<CProxyMap*>(g_pSocksConfig->First());
+    ASSERT_NE(map, nullptr);
+    EXPECT_STREQ(map->GetProxyPort(), "1080");
+}
+
+TEST_F(DeterminationTest, EditOfTheDocumentAfterAReadIsWhatTheSetReadsFromIt) {
+    ASSERT_TRUE(WriteProxy("127.0.0.1", "1080"));
+    int family = 2;
+    ASSERT_EQ(Socks("example.com", 80, nullptr, &family), 1);
+    auto* map = static_cast<CProxyMap*>(g_pSocksConfig->First());
+    ASSERT_NE(map, nullptr);
+    map->SetProxyPort("1090");
+    // Into the document only; the file keeps 1080.
+    ASSERT_EQ(g_pSocksConfig->WriteToXml(), 1);
+    ASSERT_EQ(g_pSocksConfig->ReadFromXml(), 1);
+    map = static_cast<CProxyMap*>(g_pSocksConfig->First());
+    ASSERT_NE(map, nullptr);
+    EXPECT_STREQ(map->GetProxyPort(), "1090");
+    // The file, unchanged, is parsed again, and its maps apply.
+    ASSERT_EQ(Socks("example.com", 80, nullptr, &family), 1);
+    EXPECT_EQ(Text(proxy), "127.0.0.1:1080");
+}
+
 // ---- The older registry configuration ----
 
 TEST_F(DeterminationTest, RegistryConfigurationIsMovedAtTheFirstDeterminationOnly) {
