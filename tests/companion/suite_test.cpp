@@ -127,6 +127,23 @@ TEST_F(SuiteTest, GlobalSettingsFileLiesInTheUsersDataFolderWhichItMakes) {
     EXPECT_TRUE(ctest::SamePath(std::string(path).substr(0, appData.size()), appData)) << path;
 }
 
+// The user's folder is asked of the shell once; the data folder is still made at every call that
+// finds it missing.
+TEST_F(SuiteTest, SettingsFileFolderIsMadeAgainAtALaterCall) {
+    auto getFile = Get<PFN_PXMMSIgetGlobalSettingsFile>("PXMMSIgetGlobalSettingsFile");
+    char path[260] = {};
+    ASSERT_NE(getFile(path, sizeof path), 0u);
+    const std::string folder = DataFolder();
+    const std::string aside = folder + "-aside-" + std::to_string(GetCurrentProcessId());
+    ASSERT_TRUE(MoveFileA(folder.c_str(), aside.c_str())) << GetLastError();
+    char again[260] = {};
+    EXPECT_NE(getFile(again, sizeof again), 0u);
+    EXPECT_STREQ(again, path);
+    EXPECT_TRUE(ctest::IsFolder(folder));
+    RemoveDirectoryA(folder.c_str());
+    EXPECT_TRUE(MoveFileA(aside.c_str(), folder.c_str())) << GetLastError();
+}
+
 TEST_F(SuiteTest, SettingsFileInATooSmallBufferGivesZeroAndAnEmptyBuffer) {
     auto getFile = Get<PFN_PXMMSIgetGlobalSettingsFile>("PXMMSIgetGlobalSettingsFile");
     auto [result, path] = Text(getFile, 260);
