@@ -9,7 +9,8 @@
 // Flags: --maps=1,10,100,1000 the sizes; --runs=N (15) timed determinations of each size;
 // --count=N (200) connects of each kind; --memory-count=N (10000) determinations of each memory case;
 // --hold-suite keeps the suite library loaded for the whole run, as a host that loaded it itself
-// would, so that each read of the settings file finds it there; --bench-env=PATH; --rows=PATH.
+// would (our suite library stays loaded once loaded, so this should change nothing);
+// --bench-env=PATH; --rows=PATH.
 #include <winsock2.h>
 #include <windows.h>
 #include <shlobj.h>
@@ -141,15 +142,16 @@ void DeterminationAlone(const dxbench::Flags& flags, const dxbench::BenchFile& b
         const bool target = size < 1000 || s.median < 20e6;
         table.Add("determination", "SOCKS_DetermineProxyEx, " + std::to_string(size) + " maps" + g_caseSuffix, s.count, s.median,
                   s.p99,
-                  "unchanged file: its document reused, the set rebuilt from it, every map compared; " +
+                  "unchanged file: its document reused, the set rebuilt from the text kept from its walk, every map "
+                      "compared; " +
                       dxbench::FormatNs(s.median / (size + 1)) + " per map" +
                       (size == 1000 ? std::string(", target under 20 ms: ") + (target ? "met" : "missed") : ""));
     }
     if (sizes.size() > 1) {
         table.Add("determination", "SOCKS_DetermineProxyEx, per map" + g_caseSuffix, sizes.size(), dxbench::Slope(sizes, medians),
                   dxbench::kNoValue,
-                  "least squares over the sizes (Median column: the slope): a map read in the one walk of the "
-                  "document, and PickProxy's three log lines formatted for it, no callback");
+                  "least squares over the sizes (Median column: the slope): a map rebuilt from the text its family "
+                  "kept of the unchanged document, and PickProxy's three log lines formatted for it, no callback");
     }
 }
 

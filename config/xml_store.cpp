@@ -2,6 +2,7 @@
 
 #include <cwchar>
 #include <memory>
+#include <mutex>
 #include <new>
 #include <string>
 
@@ -21,6 +22,41 @@ const MapStoreFamily kHttpStore = {L"HTTP", "Reading HTTP proxy configuration fr
                                                CHttpConfig::NewMap};
 
 const char kWriteLine[] = "Writing configuration to settings file.";
+
+// What a family's maps read as in the document parsed last, while it stays unchanged: each
+// determination reads the same file again, and its set is rebuilt from this instead of from another
+// walk of the document. Shared by the threads that read, so only looked at and replaced under the
+// lock; a snapshot in use stays whole, since it is never changed after it was made.
+struct KeptSnapshot {
+    uint64_t serial = 0;
+    std::shared_ptr<CMapSnapshot> snapshot;
+};
+std::mutex g_snapshotLock;
+KeptSnapshot g_snapshots[2];
+
+KeptSnapshot& KeptFor(const MapStoreFamily& family) {
+    return g_snapshots[std::wcscmp(family.type, L"SOCKS") == 0 ? 0 : 1];
+}
+
+// The family's answers for the document, unchanged since it was parsed as `serial`.
+std::shared_ptr<CMapSnapshot> SnapshotOf(const MapStoreFamily& family, uint64_t serial) {
+    {
+        std::lock_guard<std::mutex> hold(g_snapshotLock);
+        const KeptSnapshot& kept = KeptFor(family);
+        if (kept.serial == serial && kept.snapshot != nullptr) return kept.snapshot;
+    }
+    // Made outside the lock: the walk may take a while, and what it raises leaves nothing kept.
+    CMapIndex index(SettingsDocument, family.type);
+    auto snapshot = std::make_shared<CMapSnapshot>(index);
+    // A change of the document meanwhile would make it a mixture: then it serves this read alone.
+    if (UnchangedDocumentSerial(SettingsDocument) == serial) {
+        std::lock_guard<std::mutex> hold(g_snapshotLock);
+        KeptSnapshot& kept = KeptFor(family);
+        kept.serial = serial;
+        kept.snapshot = snapshot;
+    }
+    return snapshot;
+}
 
 // A flag of the record as the file keeps it: any value but 0 is "1".
 const char* FlagText(uint32_t value) { return value != 0 ? "1" : "0"; }
@@ -112,9 +148,16 @@ int CProxyMapSet::ReadMapsFromXml(const MapStoreFamily& family, CMapStore* store
     Clear();
     if (SettingsDocument == nullptr) return 0;
     std::unique_ptr<CMapStore> index;
+    std::shared_ptr<CMapSnapshot> snapshot;
     if (store == nullptr) {
-        index.reset(new CMapIndex(SettingsDocument, family.type));
-        store = index.get();
+        const uint64_t serial = UnchangedDocumentSerial(SettingsDocument);
+        if (serial != 0) {
+            snapshot = SnapshotOf(family, serial);
+            store = snapshot.get();
+        } else {
+            index.reset(new CMapIndex(SettingsDocument, family.type));
+            store = index.get();
+        }
     }
     int count = GetMapCount(*store);
     // No Maps of this family, or a negative count: read all the same, and empty.

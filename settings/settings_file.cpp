@@ -39,6 +39,8 @@ struct FileStamp {
 std::mutex g_stampLock;
 FileStamp g_stamp;
 const CPXMSettings* g_stampedDocument = nullptr;
+// Counts the stamped parses; the one of g_stampedDocument.
+uint64_t g_stampSerial = 0;
 
 // The stamp of the open `file` at `path`; false when the system cannot tell.
 bool StampOf(FILE* file, const char* path, FileStamp& stamp) {
@@ -46,12 +48,17 @@ bool StampOf(FILE* file, const char* path, FileStamp& stamp) {
     DWORD length = GetFullPathNameA(path, kSuitePathSize, full, nullptr);
     if (length == 0 || length >= kSuitePathSize) return false;
     intptr_t handle = _get_osfhandle(_fileno(file));
-    BY_HANDLE_FILE_INFORMATION information = {};
-    if (handle == -1 || !GetFileInformationByHandle(reinterpret_cast<HANDLE>(handle), &information)) return false;
+    // Size and time alone: a query that also names the volume asks Wine's mount manager each time,
+    // some hundreds of microseconds.
+    LARGE_INTEGER size = {};
+    FILETIME written = {};
+    if (handle == -1 || !GetFileSizeEx(reinterpret_cast<HANDLE>(handle), &size) ||
+        !GetFileTime(reinterpret_cast<HANDLE>(handle), nullptr, nullptr, &written)) {
+        return false;
+    }
     stamp.path = full;
-    stamp.size = (static_cast<uint64_t>(information.nFileSizeHigh) << 32) | information.nFileSizeLow;
-    stamp.written = (static_cast<uint64_t>(information.ftLastWriteTime.dwHighDateTime) << 32) |
-                    information.ftLastWriteTime.dwLowDateTime;
+    stamp.size = static_cast<uint64_t>(size.QuadPart);
+    stamp.written = (static_cast<uint64_t>(written.dwHighDateTime) << 32) | written.dwLowDateTime;
     return true;
 }
 
@@ -167,8 +174,14 @@ int ReadSettingsDocument() {
         std::lock_guard<std::mutex> hold(g_stampLock);
         g_stamp = stamp;
         g_stampedDocument = stamped ? document : nullptr;
+        ++g_stampSerial;
     }
     return document != nullptr ? 1 : 0;
+}
+
+uint64_t UnchangedDocumentSerial(const CPXMSettings* document) {
+    std::lock_guard<std::mutex> hold(g_stampLock);
+    return document != nullptr && document == g_stampedDocument ? g_stampSerial : 0;
 }
 
 void ForgetSettingsStamp(const CPXMSettings* document) {

@@ -56,6 +56,10 @@ bool ReadSettingsText(std::wstring& result);
 // determines all day would otherwise grow with every read.)
 int ReadSettingsDocument();
 
+// Not 0 while `document` is the one parsed last from the file and has not changed since: a number of
+// that parse, which no other parse shares, so that what was read from the document then still holds.
+uint64_t UnchangedDocumentSerial(const CPXMSettings* document);
+
 // Any change to `document` in memory: when it is the one parsed last, the next read parses the file
 // again, whether or not the change reached the file.
 void ForgetSettingsStamp(const CPXMSettings* document);

@@ -398,6 +398,48 @@ void CMapIndex::Added(const wchar_t* id, const wchar_t* name, IXMLDOMNode* const
     Keep(proxies_, made[4]);
 }
 
+CMapSnapshot::CMapSnapshot(CMapIndex& index) : CMapStore(index.Document(), index.type_.c_str()) {
+    countOutcome_ = index.GetCountText(countText_);
+    for (const auto& map : index.map_) maps_[map.first];
+    for (const auto& value : index.firstMapValue_) {
+        auto map = maps_.find(value.first.first);
+        if (map == maps_.end() || value.second == nullptr) continue;
+        char* text = document_->GetNamedItemText(value.second, L"value", nullptr);
+        map->second.push_back(Element{value.first.second, text != nullptr, text != nullptr ? text : ""});
+        std::free(text);
+    }
+}
+
+HRESULT CMapSnapshot::GetCountText(std::string& text) {
+    text = countOutcome_ == S_OK ? countText_ : std::string();
+    return countOutcome_;
+}
+
+HRESULT CMapSnapshot::GetValue(const wchar_t* id, const wchar_t* name, std::string& result) {
+    if (id == nullptr || name == nullptr) return kXmlBadArgument;
+    auto map = maps_.find(id);
+    if (map == maps_.end()) return kXmlNotFound;
+    for (const Element& element : map->second) {
+        if (element.name != name) continue;
+        // As the document answers: an element without `value` leaves the result as it was.
+        if (element.hasValue) result = element.value;
+        return S_OK;
+    }
+    return kXmlNotFound;
+}
+
+HRESULT CMapSnapshot::FindSettings(IXMLDOMNode** node) { return CMapIndex::Give(nullptr, node); }
+HRESULT CMapSnapshot::FindProxies(IXMLDOMNode** node) { return CMapIndex::Give(nullptr, node); }
+HRESULT CMapSnapshot::FindProxy(IXMLDOMNode** node) { return CMapIndex::Give(nullptr, node); }
+HRESULT CMapSnapshot::FindMaps(IXMLDOMNode** node) { return CMapIndex::Give(nullptr, node); }
+HRESULT CMapSnapshot::FindMap(const wchar_t*, IXMLDOMNode** node) { return CMapIndex::Give(nullptr, node); }
+HRESULT CMapSnapshot::FindValue(const wchar_t*, const wchar_t*, IXMLDOMNode** node) {
+    return CMapIndex::Give(nullptr, node);
+}
+HRESULT CMapSnapshot::FindChild(IXMLDOMNode*, const wchar_t*, const wchar_t*, IXMLDOMNode** node) {
+    return CMapIndex::Give(nullptr, node);
+}
+
 HRESULT CPXMSettings::GetMapCountText(const wchar_t* type, std::string& text) {
     return CLiteralMapStore(this, type).GetCountText(text);
 }

@@ -5,13 +5,15 @@
 // in document order. CLiteralMapStore asks the XML service that selection each time, which costs a
 // walk of the document per value; CMapIndex walks the document once and keeps the first node of each
 // path, so reading or writing n maps stays linear. Both give the same answers (tests hold them side by
-// side on odd documents).
+// side on odd documents). CMapSnapshot keeps the answers of an index as plain text, for a document
+// that no longer changes.
 #pragma once
 
 #include <cstdint>
 #include <map>
 #include <string>
 #include <utility>
+#include <vector>
 
 #include "settings_file.h"
 
@@ -29,13 +31,13 @@ public:
 
     // The `count` attribute of the family's Maps: 0 and its text, else kXmlNotFound (no Maps or no
     // count) or the service's failure.
-    HRESULT GetCountText(std::string& text);
+    virtual HRESULT GetCountText(std::string& text);
     // A new `count` attribute in place of the old one; a failure code when there is no Maps.
     HRESULT SetCount(int32_t count);
     // kXmlBadArgument for a null id or name; a failure code when the map (the first of its id) or its
     // child `name` is missing. 0 when the element was found: `result` takes its `value`, or keeps what
     // it held when the element has none.
-    HRESULT GetValue(const wchar_t* id, const wchar_t* name, std::string& result);
+    virtual HRESULT GetValue(const wchar_t* id, const wchar_t* name, std::string& result);
     // `value` (ANSI) into the `value` attribute of the first such element of any map of the id; where
     // none exists, the missing chain of elements up to the first existing one is made and appended to
     // it. Nothing is written into a document whose root is not Settings.
@@ -100,6 +102,7 @@ protected:
     void Added(const wchar_t* id, const wchar_t* name, IXMLDOMNode* const (&made)[5]) override;
 
 private:
+    friend class CMapSnapshot;
     using ValueKey = std::pair<std::wstring, std::wstring>;
     void Build();
     static void Keep(IXMLDOMNode*& slot, IXMLDOMNode* node);
@@ -112,4 +115,36 @@ private:
     std::map<std::wstring, IXMLDOMNode*> map_;          // id: the first map of the id
     std::map<ValueKey, IXMLDOMNode*> anyValue_;         // id, name: the first such element of any map
     std::map<ValueKey, IXMLDOMNode*> firstMapValue_;    // id, name: the first such child of the first map
+};
+
+// Every answer of GetCountText and GetValue that `index` gives, read from it at construction and kept
+// as text, so that reading the family's maps again costs no call of the XML service. Right only while
+// the document stays as it was then; it answers reads only (its Find operations find nothing, so a
+// write through it reaches no document).
+class CMapSnapshot : public CMapStore {
+public:
+    explicit CMapSnapshot(CMapIndex& index);
+
+    HRESULT GetCountText(std::string& text) override;
+    HRESULT GetValue(const wchar_t* id, const wchar_t* name, std::string& result) override;
+
+protected:
+    HRESULT FindSettings(IXMLDOMNode** node) override;
+    HRESULT FindProxies(IXMLDOMNode** node) override;
+    HRESULT FindProxy(IXMLDOMNode** node) override;
+    HRESULT FindMaps(IXMLDOMNode** node) override;
+    HRESULT FindMap(const wchar_t* id, IXMLDOMNode** node) override;
+    HRESULT FindValue(const wchar_t* id, const wchar_t* name, IXMLDOMNode** node) override;
+    HRESULT FindChild(IXMLDOMNode* map, const wchar_t* id, const wchar_t* name, IXMLDOMNode** node) override;
+
+private:
+    // A child element of a map and its `value` attribute, when it has one.
+    struct Element {
+        std::wstring name;
+        bool hasValue;
+        std::string value;
+    };
+    HRESULT countOutcome_ = kXmlNotFound;
+    std::string countText_;
+    std::map<std::wstring, std::vector<Element>> maps_;  // id of a map: the first children of each name
 };

@@ -15,6 +15,8 @@ namespace {
 SRWLOCK g_foldersLock = SRWLOCK_INIT;
 std::wstring g_userFolder;
 std::wstring g_logFolder;
+// The user's application data folder, once the shell has named it.
+std::wstring g_appDataFolder;
 
 std::wstring KnownFolder(int csidl) {
     wchar_t path[MAX_PATH] = {};
@@ -91,8 +93,24 @@ bool CreateFolderTree(const std::wstring& path, SECURITY_ATTRIBUTES* security) {
     return false;
 }
 
+// Asked of the shell once per process: its answer costs a few hundred microseconds under Wine, and
+// DXSOCKS.DLL asks for the settings file at every read of it. The folder is still made whenever it
+// is missing.
+namespace {
+std::wstring AppDataFolder() {
+    std::wstring known = ReadFolder(g_appDataFolder);
+    if (!known.empty()) return known;
+    known = KnownFolder(CSIDL_APPDATA);
+    if (known.empty()) return L"";
+    AcquireSRWLockExclusive(&g_foldersLock);
+    g_appDataFolder = known;
+    ReleaseSRWLockExclusive(&g_foldersLock);
+    return known;
+}
+}  // namespace
+
 std::wstring DataFolder() {
-    std::wstring appData = KnownFolder(CSIDL_APPDATA);
+    std::wstring appData = AppDataFolder();
     if (appData.empty()) return L"";
     return Created(companion::JoinPath(appData, kDataSubfolder));
 }

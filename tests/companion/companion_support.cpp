@@ -13,6 +13,30 @@ std::string ProgramFolder() {
 
 HMODULE LoadBeside(const char* name) { return LoadLibraryA((ProgramFolder() + "\\" + name).c_str()); }
 
+DWORD RunChildCases(const std::string& filter, DWORD timeoutMs) {
+    char program[MAX_PATH] = {};
+    DWORD length = GetModuleFileNameA(nullptr, program, sizeof program);
+    if (length == 0 || length >= sizeof program) return static_cast<DWORD>(-1);
+    std::string command = std::string("\"") + program + "\" --gtest_also_run_disabled_tests --gtest_filter=" + filter;
+    STARTUPINFOA startup = {};
+    startup.cb = sizeof startup;
+    PROCESS_INFORMATION child = {};
+    if (!CreateProcessA(nullptr, &command[0], nullptr, nullptr, FALSE, DETACHED_PROCESS, nullptr, nullptr, &startup,
+                        &child)) {
+        return static_cast<DWORD>(-1);
+    }
+    DWORD exitCode = static_cast<DWORD>(-1);
+    if (WaitForSingleObject(child.hProcess, timeoutMs) == WAIT_OBJECT_0) {
+        GetExitCodeProcess(child.hProcess, &exitCode);
+    } else {
+        TerminateProcess(child.hProcess, 1);
+        WaitForSingleObject(child.hProcess, timeoutMs);
+    }
+    CloseHandle(child.hThread);
+    CloseHandle(child.hProcess);
+    return exitCode;
+}
+
 std::string ModulePath(HMODULE module) {
     char path[MAX_PATH] = {};
     DWORD length = GetModuleFileNameA(module, path, MAX_PATH);

@@ -20,6 +20,11 @@ F Entry(HMODULE module, const char* name) {
     return reinterpret_cast<F>(reinterpret_cast<void*>(GetProcAddress(module, name)));
 }
 
+// Runs this program again, alone with the disabled cases that `filter` names, in a process of its own
+// and without a console; its exit code (0: all passed), or -1 when it could not start or was still
+// running after `timeoutMs` (then it is ended).
+DWORD RunChildCases(const std::string& filter, DWORD timeoutMs);
+
 // Path of `module`'s file; empty on failure.
 std::string ModulePath(HMODULE module);
 

@@ -34,6 +34,20 @@ std::string KnownFolder(int csidl) {
 
 std::string DataFolder() { return KnownFolder(CSIDL_APPDATA) + "\\Zelmont\\Verdane"; }
 
+// Where a child case puts its copies of the suite library.
+const char kCopyFolderVariable[] = "DXTEST_SUITE_COPY_FOLDER";
+
+std::string CopyFolder() { return ctest::Environment(kCopyFolderVariable); }
+
+// Runs `childCase` in a process of its own with a fresh folder for its copies: a suite library once
+// loaded stays until its process ends, so the copy goes with the folder only after the child.
+void RunWithACopyFolder(const std::string& childCase) {
+    ctest::TempFolder folder;
+    SetEnvironmentVariableA(kCopyFolderVariable, folder.Path().c_str());
+    EXPECT_EQ(ctest::RunChildCases(childCase, 60000), 0u);
+    SetEnvironmentVariableA(kCopyFolderVariable, nullptr);
+}
+
 class SuiteTest : public ::testing::Test {
 protected:
     static void SetUpTestSuite() { suite = ctest::LoadBeside("KVTSOCK2.DLL"); }
@@ -67,6 +81,36 @@ TEST_F(SuiteTest, EveryEntryOfTheTableIsExported) {
     }
 }
 
+// DXSOCKS.DLL loads and releases the suite library around each use: once loaded, the library stays,
+// so that a release neither unloads it nor leaves the next use a load from the file. Run in a process
+// of its own, where nothing else has loaded it.
+TEST(SuiteLibraryLifetimeTest, StaysLoadedAfterEveryRelease) {
+    EXPECT_EQ(ctest::RunChildCases("SuiteLibraryLifetimeChild.*", 30000), 0u);
+}
+
+// Not a test of its own: the child process of the test above, which runs it by name.
+TEST(SuiteLibraryLifetimeChild, DISABLED_LoadAndReleaseAsDxsocksDoes) {
+    ASSERT_EQ(GetModuleHandleA("KVTSOCK2.DLL"), nullptr) << "loaded before the first use";
+    HMODULE first = ctest::LoadBeside("KVTSOCK2.DLL");
+    ASSERT_NE(first, nullptr);
+    EXPECT_TRUE(FreeLibrary(first));
+    EXPECT_EQ(GetModuleHandleA("KVTSOCK2.DLL"), first);
+    // Each later use is the same module; more releases than loads still leave it.
+    for (int use = 0; use < 3; ++use) {
+        HMODULE again = ctest::LoadBeside("KVTSOCK2.DLL");
+        EXPECT_EQ(again, first);
+        FreeLibrary(again);
+        FreeLibrary(again);
+    }
+    EXPECT_EQ(GetModuleHandleA("KVTSOCK2.DLL"), first);
+    // Its entries still answer after the releases.
+    auto getFile = Entry<PFN_PXMMSIgetGlobalSettingsFile>(first, "PXMMSIgetGlobalSettingsFile");
+    ASSERT_NE(getFile, nullptr);
+    char path[260] = {};
+    EXPECT_NE(getFile(path, sizeof path), 0u);
+    EXPECT_TRUE(ctest::SamePath(ctest::ModulePath(first), ctest::ProgramFolder() + "\\KVTSOCK2.DLL"));
+}
+
 TEST_F(SuiteTest, GlobalSettingsFileLiesInTheUsersDataFolderWhichItMakes) {
     auto getFile = Get<PFN_PXMMSIgetGlobalSettingsFile>("PXMMSIgetGlobalSettingsFile");
     std::string folder = DataFolder();
@@ -81,6 +125,23 @@ TEST_F(SuiteTest, GlobalSettingsFileLiesInTheUsersDataFolderWhichItMakes) {
     std::string appData = ctest::Environment("APPDATA");
     ASSERT_FALSE(appData.empty());
     EXPECT_TRUE(ctest::SamePath(std::string(path).substr(0, appData.size()), appData)) << path;
+}
+
+// The user's folder is asked of the shell once; the data folder is still made at every call that
+// finds it missing.
+TEST_F(SuiteTest, SettingsFileFolderIsMadeAgainAtALaterCall) {
+    auto getFile = Get<PFN_PXMMSIgetGlobalSettingsFile>("PXMMSIgetGlobalSettingsFile");
+    char path[260] = {};
+    ASSERT_NE(getFile(path, sizeof path), 0u);
+    const std::string folder = DataFolder();
+    const std::string aside = folder + "-aside-" + std::to_string(GetCurrentProcessId());
+    ASSERT_TRUE(MoveFileA(folder.c_str(), aside.c_str())) << GetLastError();
+    char again[260] = {};
+    EXPECT_NE(getFile(again, sizeof again), 0u);
+    EXPECT_STREQ(again, path);
+    EXPECT_TRUE(ctest::IsFolder(folder));
+    RemoveDirectoryA(folder.c_str());
+    EXPECT_TRUE(MoveFileA(aside.c_str(), folder.c_str())) << GetLastError();
 }
 
 TEST_F(SuiteTest, SettingsFileInATooSmallBufferGivesZeroAndAnEmptyBuffer) {
@@ -350,8 +411,14 @@ TEST_F(HelpViewerTest, AViewerThatCannotStartGivesZero) {
 
 // A suite library installed without its help folder finds no page and starts nothing.
 TEST_F(HelpViewerTest, AMissingPageGivesZeroAndStartsNoViewer) {
-    ctest::TempFolder elsewhere;
-    std::string copy = elsewhere / "KVTSOCK2.DLL";
+    RunWithACopyFolder("HelpViewerTest.DISABLED_AMissingPageGivesZeroAndStartsNoViewerChild");
+}
+
+// Not a test of its own: the child process of the test above, which runs it by name.
+TEST_F(HelpViewerTest, DISABLED_AMissingPageGivesZeroAndStartsNoViewerChild) {
+    const std::string elsewhere = CopyFolder();
+    ASSERT_FALSE(elsewhere.empty()) << "runs only as the child of AMissingPageGivesZeroAndStartsNoViewer";
+    std::string copy = elsewhere + "\\KVTSOCK2.DLL";
     ASSERT_TRUE(CopyFileA((ctest::ProgramFolder() + "\\KVTSOCK2.DLL").c_str(), copy.c_str(), FALSE));
     HMODULE other = LoadLibraryA(copy.c_str());
     ASSERT_NE(other, nullptr);
@@ -436,8 +503,14 @@ TEST_F(SuiteTest, InstallFolderIsTheSuiteLibrarysFolder) {
 // An installation folder whose name the ANSI code page cannot hold: the libraries are still found
 // there, and the narrow folder handed out is its short form, which opens the same folder.
 TEST_F(SuiteTest, AFolderOutsideTheCodePageIsHandedOutInItsShortForm) {
-    ctest::TempFolder folder;
-    std::wstring wideFolder = std::wstring(folder.Path().begin(), folder.Path().end()) + L"\\\u0416\u0443\u0440";
+    RunWithACopyFolder("SuiteTest.DISABLED_AFolderOutsideTheCodePageIsHandedOutInItsShortFormChild");
+}
+
+// Not a test of its own: the child process of the test above, which runs it by name.
+TEST_F(SuiteTest, DISABLED_AFolderOutsideTheCodePageIsHandedOutInItsShortFormChild) {
+    const std::string folder = CopyFolder();
+    ASSERT_FALSE(folder.empty()) << "runs only as the child of AFolderOutsideTheCodePageIsHandedOutInItsShortForm";
+    std::wstring wideFolder = std::wstring(folder.begin(), folder.end()) + L"\\\u0416\u0443\u0440";
     ASSERT_TRUE(CreateDirectoryW(wideFolder.c_str(), nullptr));
     std::string program = ctest::ProgramFolder();
     std::wstring programFolder(program.begin(), program.end());

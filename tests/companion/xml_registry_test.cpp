@@ -494,24 +494,9 @@ const char kMarkerVariable[] = "DXTEST_XML_REGISTRY_MARKER";
 TEST_F(XmlRegistryTest, ReleaseWorksAtProcessExitAfterTheSuitesDetach) {
     ctest::TempFolder folder;
     const std::string marker = folder / "released.txt";
-    char program[MAX_PATH] = {};
-    ASSERT_GT(GetModuleFileNameA(nullptr, program, sizeof program), 0u);
-    std::string command = std::string("\"") + program +
-                          "\" --gtest_also_run_disabled_tests --gtest_filter=XmlRegistryExitChild.*";
-    STARTUPINFOA startup = {};
-    startup.cb = sizeof startup;
-    PROCESS_INFORMATION child = {};
     SetEnvironmentVariableA(kMarkerVariable, marker.c_str());
-    BOOL started = CreateProcessA(nullptr, &command[0], nullptr, nullptr, FALSE, DETACHED_PROCESS, nullptr, nullptr,
-                                  &startup, &child);
+    DWORD exitCode = ctest::RunChildCases("XmlRegistryExitChild.*", 30000);
     SetEnvironmentVariableA(kMarkerVariable, nullptr);
-    ASSERT_TRUE(started) << GetLastError();
-    EXPECT_EQ(WaitForSingleObject(child.hProcess, 30000), static_cast<DWORD>(WAIT_OBJECT_0));
-    DWORD exitCode = 1;
-    GetExitCodeProcess(child.hProcess, &exitCode);
-    if (exitCode == STILL_ACTIVE) TerminateProcess(child.hProcess, 1);
-    CloseHandle(child.hThread);
-    CloseHandle(child.hProcess);
     EXPECT_EQ(exitCode, 0u);
     std::ifstream in(marker);
     std::stringstream written;

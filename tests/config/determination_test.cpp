@@ -95,6 +95,15 @@ bool SetWrittenAt(FILETIME time) {
 
 class DeterminationTest : public dxtest::ProxyStoreTest {
 protected:
+    // After a determination of a file whose map names port 1080, that map in the set edited to 1090.
+    void DetermineAndEditTheSet() {
+        ASSERT_TRUE(WriteProxy("127.0.0.1", "1080"));
+        int family = 2;
+        ASSERT_EQ(Socks("example.com", 80, nullptr, &family), 1);
+        auto* map = static_cast<CProxyMap*>(g_pSocksConfig->First());
+        ASSERT_NE(map, nullptr);
+        map->SetProxyPort("1090");
+    }
     void SetUp() override {
         dxtest::ProxyStoreTest::SetUp();
         savedModule = g_hModule;
@@ -747,6 +756,33 @@ TEST_F(DeterminationTest, CorruptFileAfterAGoodReadKeepsTheOldMaps) {
     ASSERT_TRUE(WriteProxy("127.0.0.1", "1083"));
     ASSERT_EQ(Socks("example.com", 80, nullptr, &family), 1);
     EXPECT_EQ(Text(proxy), "127.0.0.1:1083");
+}
+
+// The port of the first SOCKS map in the set; "" without one.
+std::string FirstSocksPort() {
+    auto* map = static_cast<CProxyMap*>(g_pSocksConfig->First());
+    return map != nullptr ? map->GetProxyPort() : "";
+}
+
+TEST_F(DeterminationTest, UnchangedFileRebuildsTheSetFromTheFilesMaps) {
+    // The edit of the set alone, never written: the next determination's set is the file's again.
+    ASSERT_NO_FATAL_FAILURE(DetermineAndEditTheSet());
+    int family = 2;
+    ASSERT_EQ(Socks("example.com", 80, nullptr, &family), 1);
+    EXPECT_EQ(Text(proxy), "127.0.0.1:1080");
+    EXPECT_EQ(FirstSocksPort(), "1080");
+}
+
+TEST_F(DeterminationTest, EditOfTheDocumentAfterAReadIsWhatTheSetReadsFromIt) {
+    ASSERT_NO_FATAL_FAILURE(DetermineAndEditTheSet());
+    // Into the document only; the file keeps 1080.
+    ASSERT_EQ(g_pSocksConfig->WriteToXml(), 1);
+    ASSERT_EQ(g_pSocksConfig->ReadFromXml(), 1);
+    EXPECT_EQ(FirstSocksPort(), "1090");
+    // The file, unchanged, is parsed again, and its maps apply.
+    int family = 2;
+    ASSERT_EQ(Socks("example.com", 80, nullptr, &family), 1);
+    EXPECT_EQ(Text(proxy), "127.0.0.1:1080");
 }
 
 // ---- The older registry configuration ----

@@ -96,18 +96,26 @@ std::string Text(const std::wstring& wide) {
     return narrow;
 }
 
-// What reading `xml` gives a set of the family through `literal` or the index: its maps, and the
-// text of what was raised.
+// The three ways a set reads the document: a selection from the root per value, the one walk of it,
+// and the text kept from that walk for an unchanged document.
+enum class ReadWay { Literal, Index, Snapshot };
+
+// What reading `xml` gives a set of the family the `way`: its maps, and the text of what was raised.
 template <typename Set>
-std::pair<std::vector<MapFields>, std::string> ReadBy(const std::string& xml, bool literal) {
+std::pair<std::vector<MapFields>, std::string> ReadBy(const std::string& xml, ReadWay way) {
     SettingsDocument = CreateSettings(xml.c_str());
     Set set;
     set.Clear();
     std::string raised;
+    const wchar_t* type = std::is_same<Set, CSocksConfig>::value ? L"SOCKS" : L"HTTP";
     try {
-        if (literal) {
-            CLiteralMapStore store(SettingsDocument, std::is_same<Set, CSocksConfig>::value ? L"SOCKS" : L"HTTP");
+        if (way == ReadWay::Literal) {
+            CLiteralMapStore store(SettingsDocument, type);
             set.ReadFromXml(store);
+        } else if (way == ReadWay::Snapshot) {
+            CMapIndex index(SettingsDocument, type);
+            CMapSnapshot snapshot(index);
+            set.ReadFromXml(snapshot);
         } else {
             set.ReadFromXml();
         }
@@ -119,10 +127,13 @@ std::pair<std::vector<MapFields>, std::string> ReadBy(const std::string& xml, bo
 
 template <typename Set>
 void ExpectSameReads(const std::string& xml) {
-    auto literal = ReadBy<Set>(xml, true);
-    auto walked = ReadBy<Set>(xml, false);
+    auto literal = ReadBy<Set>(xml, ReadWay::Literal);
+    auto walked = ReadBy<Set>(xml, ReadWay::Index);
+    auto kept = ReadBy<Set>(xml, ReadWay::Snapshot);
     EXPECT_EQ(walked.first, literal.first) << xml;
     EXPECT_EQ(walked.second, literal.second) << xml;
+    EXPECT_EQ(kept.first, literal.first) << xml;
+    EXPECT_EQ(kept.second, literal.second) << xml;
 }
 
 // The text of `xml` after `set` was written into it through the literal store or the index.
